@@ -1,0 +1,149 @@
+// The runtime under queues, timers and connections: one io thread, one pool of workers, one main queue, none of which
+// is ever destroyed.
+//
+// The io thread serves one epoll: sockets, one timerfd for every timer source, child pidfds and the exit eventfd. It
+// runs nothing but watchers and io jobs of this folder, never project code, and takes no lock of the project's, so
+// nothing can block it and it can watch over the ending. All else runs as jobs on queues.
+//
+// Posting a job allocates nothing: a job is a part of what it works for (a timer source, a message, a connection) and
+// is linked into the queue by a field of its own. A job may be posted again as soon as its `run` has been entered.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <new>
+
+#include <dispatch/dispatch.h>
+
+namespace runtime {
+
+/// A unit of work. Whoever posts it keeps it alive until `run` was entered; `run` may destroy it.
+struct Job {
+    using Run = void (*)(Job*);
+    explicit Job(Run function) : run(function) {}
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+
+    Run run;
+    Job* next = nullptr;
+};
+
+/// First in, first out; not synchronised.
+class JobList {
+  public:
+    void push(Job* job);
+    Job* pop();  // null when empty
+    [[nodiscard]] bool empty() const { return head_ == nullptr; }
+
+  private:
+    Job* head_ = nullptr;
+    Job* tail_ = nullptr;
+};
+
+}  // namespace runtime
+
+/// What every queue is: somewhere to post jobs, in order.
+struct dispatch_queue_s {
+    virtual void post(runtime::Job* job) noexcept = 0;
+    virtual void retain() noexcept {}
+    virtual void release() noexcept {}
+
+  protected:
+    ~dispatch_queue_s() = default;
+};
+
+namespace runtime {
+
+/// A queue that runs one job at a time, over `target` (the pool when null). Meant to be a member of what it serves: its
+/// owner keeps it alive until no job is left in it. A long queue gives the worker back between turns, so that one busy
+/// queue does not hold up another.
+class SerialQueue : public dispatch_queue_s {
+  public:
+    explicit SerialQueue(dispatch_queue_t target);
+    void post(Job* job) noexcept override;
+
+    /// While suspended (counted) no further job starts; one that runs is not interrupted.
+    void suspend() noexcept;
+    void resume() noexcept;
+
+    /// True on the thread that is running a job of this queue.
+    [[nodiscard]] bool isCurrent() const noexcept;
+
+  private:
+    static void drain(Job* job);
+
+    std::mutex mutex_;
+    JobList jobs_;
+    dispatch_queue_t target_;
+    Job turn_;
+    unsigned suspended_ = 0;
+    bool scheduled_ = false;
+};
+
+/// Called on the io thread when a watched descriptor is ready. Must not block.
+class IoWatcher {
+  public:
+    virtual void ready(uint32_t events) noexcept = 0;
+
+  protected:
+    ~IoWatcher() = default;
+};
+
+/// The io thread. Started at first use; every function may be called from any thread unless it says otherwise.
+class IoLoop {
+  public:
+    static IoLoop& shared();
+
+    /// Watches `fd` for the epoll events `events` (level-triggered). False when the system refuses.
+    bool watch(int fd, uint32_t events, IoWatcher* watcher) noexcept;
+    bool change(int fd, uint32_t events, IoWatcher* watcher) noexcept;
+
+    /// On the io thread only: after it returns the watcher is not called again, not even for events that this turn of
+    /// the loop has already fetched. Close a watched descriptor only after this, and only on the io thread.
+    void forget(int fd, IoWatcher* watcher) noexcept;
+
+    /// Runs `job` on the io thread, soon; jobs run in order.
+    void post(Job* job) noexcept;
+
+    /// Runs `job` on the io thread once `deadline` has passed. On the io thread only; not cancellable. Few at a time.
+    void postAt(dispatch_time_t deadline, Job* job) noexcept;
+
+    [[nodiscard]] bool isCurrent() const noexcept;
+
+    IoLoop(const IoLoop&) = delete;
+    IoLoop& operator=(const IoLoop&) = delete;
+
+  private:
+    IoLoop();
+    struct Body;
+    Body* body_;
+};
+
+/// Runs one piece of project code under the trampoline's rules: std::bad_alloc leaving it is swallowed (that event is
+/// lost, the process goes on), anything else terminates.
+template <typename Function>
+void runGuarded(Function&& function) noexcept {
+    try {
+        function();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+/// Starts the io thread and the ending thread now, with signals handled on other threads. Idempotent.
+void start();
+
+/// Marks project code on a thread that is no worker (the application's launching on the main thread) as running, for as
+/// long as it lives: the ending waits for it as for a job. Given up by platform_exit and by dispatch_main.
+class RunningScope {
+  public:
+    RunningScope();
+    ~RunningScope();
+    RunningScope(const RunningScope&) = delete;
+    RunningScope& operator=(const RunningScope&) = delete;
+};
+
+/// Serves the main queue on the calling thread for good.
+[[noreturn]] void serveMainQueue();
+
+}  // namespace runtime
