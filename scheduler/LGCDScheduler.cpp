@@ -1,0 +1,238 @@
+// Operations are built so that running out of memory leaves them without effect: everything that can fail comes first
+// (the timer, the record, its places in the indexes), and what follows are links and calls that need no memory. Handing
+// the array of keys to the store again is one of those once the store knows that array, hence PrepareIndex.
+//
+// A replacement is not "delete, flush, add, flush": the changes of both halves are committed by one flush, so the old
+// schedule cannot be lost between them.
+#include "scheduler/LGCDScheduler.h"
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int64_t kNanosecondsPerSecond = 1000000000;
+
+int64_t ToNanoseconds(long seconds) {
+    int64_t nanoseconds;
+    if (!__builtin_mul_overflow(int64_t{seconds}, kNanosecondsPerSecond, &nanoseconds)) return nanoseconds;
+    using Limits = std::numeric_limits<int64_t>;
+    return seconds < 0 ? Limits::min() : Limits::max();
+}
+
+NSUserDefaults& Store() {
+    return NSUserDefaults::standardUserDefaults();
+}
+
+void Flush() {
+    try {
+        (void)Store().synchronize();  // what could not be written stays pending and goes with the next flush
+    } catch (const std::bad_alloc&) {
+        // As above: the operation has happened in memory and in the store's view.
+    }
+}
+
+/// What a source's handler holds. The source is known only after it was created, when nothing may fail any more.
+struct Firing {
+    std::shared_ptr<PlatformGate> gate;
+    LGCDScheduler* scheduler;
+    dispatch_source_s* source;
+
+    void Run() const {
+        const PlatformGate::Pass pass(*gate);
+        if (pass) scheduler->EvScheduleStart(source);
+    }
+};
+
+}  // namespace
+
+LGCDScheduler::LGCDScheduler()
+    : skedKeys(std::make_unique<NSMutableArray>()), gate_(std::make_shared<PlatformGate>()) {}
+
+LGCDScheduler::~LGCDScheduler() {
+    StopFirings();
+}
+
+void LGCDScheduler::StopFirings() {
+    gate_->close();
+}
+
+bool LGCDScheduler::HasSchedules() const {
+    const std::lock_guard lock(mutex_);
+    return timers.head != nullptr;
+}
+
+// ---- Operations
+
+void LGCDScheduler::Add(const char* bundleId, const char* appPath, const char* skedName, const LDateTime& start,
+                        bool daily, bool weekly, const LWeekDay& weekDays) {
+    if (!LIsScheduleIdentity(bundleId, appPath, skedName)) return;
+    const std::string key = LScheduleKey(bundleId, appPath, skedName);
+    NSDictionary record = LScheduleRecordToDictionary({bundleId, appPath, skedName, start, daily, weekly, weekDays});
+
+    const std::lock_guard lock(mutex_);
+    PrepareIndex();
+    auto timer = std::make_unique<LGCDTimer>(bundleId, appPath, skedName, start, daily, weekly, weekDays, this);
+    LGCDTimer* const added = timer.get();
+    LGCDTimer* const replaced = index_.Find({bundleId, appPath, skedName});
+    index_.Link(std::move(timer));
+    try {
+        WriteThrough(key, std::move(record));
+    } catch (...) {
+        index_.Unlink(added);
+        throw;
+    }
+    if (replaced != nullptr) index_.Unlink(replaced);
+    Flush();
+}
+
+void LGCDScheduler::Delete(const char* bundleId, const char* appPath, const char* skedName) {
+    if (!LIsScheduleIdentity(bundleId, appPath, skedName)) return;
+    const std::string key = LScheduleKey(bundleId, appPath, skedName);
+
+    const std::lock_guard lock(mutex_);
+    if (keys_.Contains(key)) {
+        PrepareIndex();
+        keys_.Remove(key);
+        WriteIndex();
+    }
+    Store().removeObjectForKey(key);
+    Flush();
+    LGCDTimer* const timer = index_.Find({bundleId, appPath, skedName});
+    if (timer != nullptr) index_.Unlink(timer);
+}
+
+void LGCDScheduler::DeleteAll(const char* bundleId, const char* appPath) {
+    if (!LIsScheduleText(bundleId) || !LIsScheduleText(appPath)) return;
+    const std::string prefix = LScheduleApplicationPrefix(bundleId, appPath);
+
+    const std::lock_guard lock(mutex_);
+    if (keys_.FirstWithPrefix(prefix) != nullptr) {
+        PrepareIndex();
+        while (const std::string* key = keys_.FirstWithPrefix(prefix)) {
+            // A store of foreign hands may list the index itself, and the prefix may catch it.
+            if (*key != kScheduleIndexKey) Store().removeObjectForKey(*key);
+            keys_.Remove(*key);
+        }
+        WriteIndex();
+        Flush();
+    }
+    while (LGCDTimer* timer = index_.Find({bundleId, appPath, nullptr})) index_.Unlink(timer);
+}
+
+void LGCDScheduler::LoadFromSettings() {
+    // Built aside and exchanged at the end: without memory the scheduler stays as it was.
+    LList<LGCDTimer> newTimers;
+    LGCDTimerIndex newIndex(newTimers);
+    auto newArray = std::make_unique<NSMutableArray>();
+    LScheduleKeys newKeys(newArray);
+    bool removedAny = false;
+
+    const std::lock_guard lock(mutex_);
+    for (const std::string& key : LReadScheduleIndex(Store()).value_or(std::vector<std::string>())) {
+        if (newKeys.Contains(key)) continue;
+        newKeys.Append(key);
+        if (!LoadRecord(key, newIndex)) removedAny = true;
+    }
+    index_.Swap(newIndex);
+    keys_.Swap(newKeys);
+    indexPrepared_ = false;
+    if (removedAny) Flush();
+}
+
+/// Arms the schedule under `key`, if there is one. False when its application has gone and the record was removed.
+bool LGCDScheduler::LoadRecord(const std::string& key, LGCDTimerIndex& loaded) {
+    const std::optional<LScheduleRecord> record = LReadScheduleRecord(Store(), key);
+    if (!record) return true;
+    if (!NSFileManager::defaultManager().fileExistsAtPath(record->appPath)) {
+        Store().removeObjectForKey(LScheduleKey(record->bundleId, record->appPath, record->skedName));
+        return false;
+    }
+    loaded.Link(std::make_unique<LGCDTimer>(record->bundleId.c_str(), record->appPath.c_str(), record->skedName.c_str(),
+                                            record->start, record->daily, record->weekly, record->weekDays, this));
+    return true;
+}
+
+// ---- The store's side, under the lock
+
+/// To be called before a change of the index: afterwards the change and WriteIndex need no memory.
+void LGCDScheduler::PrepareIndex() {
+    keys_.Repair();
+    if (indexPrepared_) return;
+    Store().setObject(*skedKeys, kScheduleIndexKey);
+    indexPrepared_ = true;
+}
+
+void LGCDScheduler::WriteIndex() {
+    Store().setObject(*skedKeys, kScheduleIndexKey);
+}
+
+/// The record, and its key at the end of the index. On std::bad_alloc the store is as it was (the key may have moved).
+void LGCDScheduler::WriteThrough(const std::string& key, NSDictionary record) {
+    const bool listed = keys_.Contains(key);
+    if (listed) {
+        keys_.MoveToEnd(key);
+    } else {
+        keys_.Append(key);
+    }
+    try {
+        Store().setObject(std::move(record), key);
+    } catch (...) {
+        if (!listed) keys_.Remove(key);
+        throw;
+    }
+    WriteIndex();
+}
+
+// ---- Firing
+
+void LGCDScheduler::EvScheduleStart(dispatch_source_s* source) {
+    char bundleId[kScheduleTextSize];
+    char appPath[kScheduleTextSize];
+    char skedName[kScheduleTextSize];
+    {
+        const std::lock_guard lock(mutex_);
+        const LGCDTimer* timer = index_.HolderOf(source);
+        if (timer == nullptr) return;
+        std::memcpy(bundleId, timer->bundleId, sizeof bundleId);
+        std::memcpy(appPath, timer->appPath, sizeof appPath);
+        std::memcpy(skedName, timer->skedName, sizeof skedName);
+    }
+    try {
+        EvScheduleStart(bundleId, appPath, skedName);
+    } catch (...) {
+        RemoveFired(source);
+        throw;
+    }
+    RemoveFired(source);
+}
+
+/// Takes a one-off out of memory after its firing. It may have been deleted or replaced while the owner was told; its
+/// source is then held by nobody, and cannot have come back at the same address while its handler runs.
+void LGCDScheduler::RemoveFired(dispatch_source_s* source) {
+    const std::lock_guard lock(mutex_);
+    LGCDTimer* const timer = index_.HolderOf(source);
+    if (timer != nullptr && timer->oneOff) index_.Unlink(timer);
+}
+
+dispatch_source_s* LGCDScheduler::CreateTimer(long delay, long interval, LGCDScheduler* scheduler) {
+    auto firing = std::make_shared<Firing>(Firing{scheduler->gate_, scheduler, nullptr});
+    dispatch_block_t handler = [firing] { firing->Run(); };
+
+    dispatch_source_s* source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0,
+                                                       dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0));
+    if (source == nullptr) return nullptr;
+    firing->source = source;
+
+    const dispatch_time_t start = dispatch_time(DISPATCH_TIME_NOW, ToNanoseconds(delay));
+    const uint64_t every = interval > 0 ? static_cast<uint64_t>(ToNanoseconds(interval)) : DISPATCH_TIME_FOREVER;
+    dispatch_source_set_timer(source, start, every, 0);
+    dispatch_source_set_event_handler(source, std::move(handler));
+    dispatch_resume(source);
+    return source;
+}

@@ -1,0 +1,74 @@
+// One schedule in memory, and the timer sources that are armed for it.
+//
+// Both are elements of an LList and belong to the list that holds them: an LGCDTimer to its scheduler's `timers`, an
+// LGCDSource to its timer's `sources`. Everything here is touched under the scheduler's lock only.
+#pragma once
+
+#include <set>
+
+#include <dispatch/dispatch.h>
+
+#include "base/LList.h"
+#include "datetime/LDateTime.h"
+#include "scheduler/LScheduleStore.h"
+
+class LGCDScheduler;
+struct LGCDTimer;
+
+/// One armed timer source.
+struct LGCDSource {
+    LGCDSource* next = nullptr;
+    dispatch_source_s* source;
+
+    /// Takes over the one reference to `created`, which must have been resumed.
+    explicit LGCDSource(dispatch_source_s* created) : source(created) {}
+    /// Cancels and releases the source: no call of its handler starts afterwards.
+    ~LGCDSource();
+    LGCDSource(const LGCDSource&) = delete;
+    LGCDSource& operator=(const LGCDSource&) = delete;
+};
+
+/// The texts by which timers are looked up; a null name stands for every schedule of the application.
+struct LGCDTimerTexts {
+    const char* bundleId;
+    const char* appPath;
+    const char* skedName;
+};
+
+/// Orders timers by identifier, path and name, with capital ASCII letters equal to small ones.
+struct LGCDTimerOrder {
+    using is_transparent = void;
+    bool operator()(const LGCDTimer* left, const LGCDTimer* right) const;
+    bool operator()(const LGCDTimer* left, const LGCDTimerTexts& right) const;
+    bool operator()(const LGCDTimerTexts& left, const LGCDTimer* right) const;
+};
+using LGCDTimersByText = std::multiset<LGCDTimer*, LGCDTimerOrder>;
+
+/// One schedule. Its start, flags and weekdays are not kept: they are spent in arming and live on in the store alone.
+struct LGCDTimer {
+    LGCDTimer* next = nullptr;
+    char bundleId[kScheduleTextSize];
+    char appPath[kScheduleTextSize];
+    char skedName[kScheduleTextSize];
+    /// True only when the schedule is a one-off whose single firing was armed.
+    bool oneOff = false;
+    /// None, one, or up to seven for a weekly schedule; the last armed first.
+    LList<LGCDSource> sources;
+
+    /// The list link the other way, and the timer's place in the index beside the list (both LGCDTimerIndex's).
+    LGCDTimer* previous = nullptr;
+    LGCDTimersByText::iterator place{};
+
+    /// Copies the texts (cut on a whole character after at most 259 bytes) and arms the sources, counted from the
+    /// present moment; `scheduler` is who they fire at. Throws std::bad_alloc with nothing left armed when memory is
+    /// out.
+    LGCDTimer(const char* newBundleId, const char* newAppPath, const char* newSkedName, const LDateTime& start,
+              bool daily, bool weekly, const LWeekDay& weekDays, LGCDScheduler* scheduler);
+    /// Cancels and releases every source.
+    ~LGCDTimer() = default;
+    LGCDTimer(const LGCDTimer&) = delete;
+    LGCDTimer& operator=(const LGCDTimer&) = delete;
+
+  private:
+    void Arm(long delay, long interval, LGCDScheduler* scheduler);
+};
