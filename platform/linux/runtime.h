@@ -9,7 +9,7 @@
 // is linked into the queue by a field of its own. A job may be posted again as soon as its `run` has been entered.
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -17,6 +17,9 @@
 #include <dispatch/dispatch.h>
 
 namespace runtime {
+
+void createIoLoop();
+void startIoThread();
 
 /// A unit of work. Whoever posts it keeps it alive until `run` was entered; `run` may destroy it.
 struct Job {
@@ -56,14 +59,20 @@ struct dispatch_queue_s {
 namespace runtime {
 
 /// A queue that runs one job at a time, over `target` (the pool when null). Meant to be a member of what it serves: its
-/// owner keeps it alive until no job is left in it. A long queue gives the worker back between turns, so that one busy
-/// queue does not hold up another.
+/// owner keeps it alive until no job is left in it. The last job may destroy the queue as its last act, and so may any
+/// other thread once that job has dropped its hold on the owner: the destructor then waits for the few instructions
+/// that the queue's thread still needs. A long queue gives its thread back between turns, so that one busy queue does
+/// not hold up another. Nothing here allocates.
 class SerialQueue : public dispatch_queue_s {
   public:
     explicit SerialQueue(dispatch_queue_t target);
+    ~SerialQueue();
+    SerialQueue(const SerialQueue&) = delete;
+    SerialQueue& operator=(const SerialQueue&) = delete;
+
     void post(Job* job) noexcept override;
 
-    /// While suspended (counted) no further job starts; one that runs is not interrupted.
+    /// While suspended (counted) no further job starts; one that runs is not interrupted. A resume too many is ignored.
     void suspend() noexcept;
     void resume() noexcept;
 
@@ -71,14 +80,20 @@ class SerialQueue : public dispatch_queue_s {
     [[nodiscard]] bool isCurrent() const noexcept;
 
   private:
-    static void drain(Job* job);
+    struct Turn final : Job {
+        explicit Turn(SerialQueue* owner) : Job(takeTurn), queue(owner) {}
+        SerialQueue* queue;
+    };
+    static void takeTurn(Job* job);
+    Job* nextJob() noexcept;
 
     std::mutex mutex_;
+    std::condition_variable turnEnded_;  // for the destructor
     JobList jobs_;
     dispatch_queue_t target_;
-    Job turn_;
+    Turn turn_;
     unsigned suspended_ = 0;
-    bool scheduled_ = false;
+    bool scheduled_ = false;  // the turn is posted or runs
 };
 
 /// Called on the io thread when a watched descriptor is ready. Must not block.
@@ -116,6 +131,8 @@ class IoLoop {
 
   private:
     IoLoop();
+    friend void createIoLoop();
+    friend void startIoThread();
     struct Body;
     Body* body_;
 };
@@ -130,11 +147,13 @@ void runGuarded(Function&& function) noexcept {
     }
 }
 
-/// Starts the io thread and the ending thread now, with signals handled on other threads. Idempotent.
+/// Starts the io thread and the ending thread now, with signals handled on other threads. Idempotent; the queues, the
+/// io loop and the timers call it when they are first used. A process forks before this or not at all.
 void start();
 
 /// Marks project code on a thread that is no worker (the application's launching on the main thread) as running, for as
-/// long as it lives: the ending waits for it as for a job. Given up by platform_exit and by dispatch_main.
+/// long as it lives: the ending waits for it as for a job. Given up by platform_exit and by dispatch_main. Made after
+/// the ending has begun it parks the thread for good, as no new work may start.
 class RunningScope {
   public:
     RunningScope();

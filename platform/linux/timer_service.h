@@ -1,0 +1,76 @@
+// The one service that fires every timer source of the process, from one timerfd and one heap.
+//
+// The timerfd is set to the earliest deadline that anybody has armed. Cancelling does not set it back: the wake-up that
+// is then too many finds nothing due and sets it anew. So arming costs a system call only when the new deadline is the
+// earliest, cancelling never does, and without sources nothing ever wakes up.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+#include "platform/linux/runtime.h"
+#include "platform/linux/timer_heap.h"
+
+namespace runtime {
+
+/// Makes the service and its descriptor and has the io loop watch it. Before the io thread runs, by start() only.
+void createTimers();
+
+class TimerService final : public IoWatcher {
+  public:
+    static TimerService& shared();
+
+    /// Room for one more source; a source that was admitted can always be armed. False when memory is out.
+    [[nodiscard]] bool admit() noexcept;
+    void dismiss() noexcept { sources_.fetch_sub(1, std::memory_order_relaxed); }
+
+    void setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept;
+    void suspend(dispatch_source_s* source) noexcept;
+    void resume(dispatch_source_s* source) noexcept;
+    void disarm(dispatch_source_s* source) noexcept;
+
+    /// Hands every source that is due to its queue, in order of deadline and arming. True when there was one.
+    bool fireDue() noexcept;
+
+    // Calls in flight: counted from leaving the idle phase to returning to it, for the manual clock's sake.
+    void callBegins() noexcept { inFlight_.fetch_add(1, std::memory_order_relaxed); }
+    void callEnded() noexcept;
+    void waitForCalls() noexcept;
+
+    /// After a change of clock: the timerfd follows the steady clock only.
+    void clockChanged() noexcept;
+
+    void ready(uint32_t events) noexcept override;
+
+  private:
+    friend void createTimers();
+    TimerService();
+
+    /// Sources that are handed over without taking the lock again: few enough that nobody waits long for it.
+    static constexpr size_t kBatch = 64;
+    struct Due {
+        dispatch_source_s* source;  // a reference is held
+        bool post;                  // else the source is busy, and its running call will see to it
+    };
+    size_t collectDue(Due (&batch)[kBatch]) noexcept;
+    static bool takeFirst(dispatch_source_s* source, uint64_t now, Due& due) noexcept;
+    void armLocked(dispatch_source_s* source) noexcept;
+    void insertLocked(dispatch_source_s* source) noexcept;
+    void programLocked(uint64_t deadline) noexcept;
+
+    std::mutex mutex_;
+    TimerHeap heap_;
+    uint64_t programmed_ = DISPATCH_TIME_FOREVER;  // what the timerfd is set to
+    uint64_t nextOrder_ = 0;
+    const int timer_;
+    std::atomic<size_t> sources_{0};
+    std::atomic<size_t> room_{0};  // sources that the heap has room for
+    std::atomic<size_t> inFlight_{0};
+    std::mutex idleMutex_;
+    std::condition_variable idle_;
+};
+
+}  // namespace runtime
