@@ -14,6 +14,9 @@
 #include <variant>
 #include <vector>
 
+struct NSMutableArrayBody;
+struct NSUserDefaultsBody;
+
 /// UTF-8 text.
 using NSString = std::string;
 
@@ -88,8 +91,7 @@ class NSMutableArray {
 
   private:
     friend class NSUserDefaults;
-    struct Body;
-    std::unique_ptr<Body> body_;
+    std::unique_ptr<NSMutableArrayBody> body_;
 };
 
 /// The user's settings of this program, kept in one SQLite file; docs/store-format.md describes it.
@@ -132,10 +134,8 @@ class NSUserDefaults {
 
   private:
     NSUserDefaults();
-    friend struct DefaultsAccess;  // platform/linux: opens the object at another path for tests and
-                                   // for readers
-    struct Body;
-    std::unique_ptr<Body> body_;
+    friend struct DefaultsAccess;  // platform/linux: opens the object at another path for tests and for readers
+    std::unique_ptr<NSUserDefaultsBody> body_;
 };
 
 class NSFileManager {

@@ -1,0 +1,46 @@
+// The way into a defaults object for the parts of this folder: the standard object's file, tests' files, and readers.
+#pragma once
+
+#include <Foundation/Foundation.h>
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "defaults_place.h"
+#include "defaults_store.h"
+#include "defaults_values.h"
+
+struct NSUserDefaultsBody {
+    enum class Access { readWrite, valuesOnly };
+
+    /// `file` is empty for the standard place, which is then looked up at first use.
+    explicit NSUserDefaultsBody(std::string file, Access accessTo) : path(std::move(file)), access(accessTo) {}
+
+    /// Reads the file unless that was done; false when it cannot be read just now. Throws std::bad_alloc.
+    bool ensureLoaded();
+    bool flush();
+
+    std::mutex mutex;
+    std::string path;
+    const Access access;
+    defaults::Values values;
+    defaults::Store store;
+    /// The file whose content the values include; nothing when there was none.
+    std::optional<defaults_place::FileIdentity> identity;
+    bool loaded = false;
+
+  private:
+    StoreResult load();
+    StoreResult readFile();
+    StoreResult followFile();
+    StoreResult writeOnce();
+    bool giveUpFile();
+};
+
+struct DefaultsAccess {
+    static std::unique_ptr<NSUserDefaults> make(std::string path, NSUserDefaultsBody::Access access);
+    static NSUserDefaultsBody& body(const NSUserDefaults& object) { return *object.body_; }
+    static void reopen(NSUserDefaults& object, std::string path);
+};

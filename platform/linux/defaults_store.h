@@ -1,0 +1,68 @@
+// The defaults' file: its schema, reading all of it, and writing what is owed in one transaction.
+//
+// docs/store-format.md describes the tables for people; the texts of their definitions in defaults_store.cpp are part
+// of the format, since a file whose tables are defined otherwise is not ours. Not synchronised.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "defaults_values.h"
+#include "sqlite_database.h"
+
+namespace defaults {
+
+class Store {
+  public:
+    enum class Schema { unknown, empty, ours, newer, foreign };
+
+    ~Store() { close(); }
+
+    /// Opens an existing file; damaged when it is no database, or none of ours.
+    StoreResult open(const std::string& path, SqliteDatabase::Mode mode);
+
+    /// Opens a file that a reader of a running writer may look at without making or changing any; see
+    /// platform_store_reader.h.
+    StoreResult openBesideWriter(const std::string& path);
+
+    /// Readies an existing, possibly empty file for writing: log, schema, statements.
+    StoreResult openForWriting(const std::string& path);
+
+    void close();
+    [[nodiscard]] bool isReadyToWrite() const { return readyToWrite_; }
+    [[nodiscard]] Schema schema() const { return schema_; }
+
+    /// Every value in the file, as of one moment. May throw std::bad_alloc.
+    StoreResult read(Values& found);
+
+    /// Commits what `values` owes; on success the caller calls Values::forgetDirty.
+    StoreResult write(Values& values);
+
+  private:
+    struct Statements {
+        SqliteStatement begin, commit, rollback;
+        SqliteStatement insertScalar, insertEntry, insertMember;
+        SqliteStatement deleteScalars, deleteEntries, deleteMembers, deleteMember;
+    };
+
+    StoreResult checkSchema();
+    StoreResult createSchema();
+    StoreResult chooseJournal();
+    StoreResult prepareStatements();
+    StoreResult readScalars(Values& found);
+    StoreResult readEntries(Values& found);
+    StoreResult readMembers(Values& found);
+    StoreResult writeSlot(Slot& slot);
+    StoreResult deleteRows(const Slot& slot);
+    StoreResult writeScalar(const Slot& slot);
+    StoreResult writeDictionary(const Slot& slot);
+    StoreResult writeArray(const Slot& slot);
+    StoreResult writeMember(const Slot& slot, ArrayMember& member);
+
+    SqliteDatabase database_;
+    std::unique_ptr<Statements> statements_;  // finalized before the connection is closed
+    Schema schema_ = Schema::unknown;
+    bool readyToWrite_ = false;
+};
+
+}  // namespace defaults

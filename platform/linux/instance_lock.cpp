@@ -1,0 +1,101 @@
+#include "instance_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "defaults_place.h"
+
+namespace instance_lock {
+
+namespace {
+
+std::string pathIn(const std::string& directory) {
+    return directory + "/instance.lock";
+}
+
+// Opens without following a link; empty when the file is not a regular one of ours.
+UniqueFd openFile(const std::string& path, int flags) {
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    } while (fd < 0 && errno == EINTR);
+    UniqueFd file(fd);
+    struct stat status {};
+    if (!file || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return {};
+    return file;
+}
+
+// The lock could be had by a process that then lost its file to a deletion; only a lock on the file that bears the name
+// keeps others out.
+bool isStillThere(const std::string& path, int fd) {
+    struct stat byName {};
+    struct stat byDescriptor {};
+    return lstat(path.c_str(), &byName) == 0 && fstat(fd, &byDescriptor) == 0 && byName.st_ino == byDescriptor.st_ino &&
+           byName.st_dev == byDescriptor.st_dev;
+}
+
+bool tryLock(int fd, int kind) {
+    while (flock(fd, kind | LOCK_NB) != 0) {
+        if (errno != EINTR) return false;
+    }
+    return true;
+}
+
+void writeHolder(int fd) {
+    std::array<char, 64> text{};
+    const int length = std::snprintf(text.data(), text.size(), "%ld\n%lld\n", static_cast<long>(getpid()),
+                                     static_cast<long long>(time(nullptr)));
+    // A full disk leaves it empty; the lock holds all the same.
+    if (ftruncate(fd, 0) == 0) (void)!pwrite(fd, text.data(), static_cast<size_t>(length), 0);
+}
+
+}  // namespace
+
+// Nothing tells when a lock of this kind becomes free but waiting in the call itself, which has no limit; so it is
+// asked for again every 10 ms, while a start waits and at no other time.
+Result take(const std::string& directory, int milliseconds, UniqueFd& lock) {
+    if (!defaults_place::makeDirectory(directory)) return Result::unavailable;
+    const std::string path = pathIn(directory);
+    for (int waited = 0;; waited += 10) {
+        UniqueFd file = openFile(path, O_RDWR | O_CREAT);
+        if (!file) return Result::unavailable;
+        if (tryLock(file.get(), LOCK_EX) && isStillThere(path, file.get())) {
+            writeHolder(file.get());
+            lock = std::move(file);
+            return Result::taken;
+        }
+        if (waited >= milliseconds) return Result::heldByAnother;
+        const timespec pause{0, 10'000'000};
+        (void)nanosleep(&pause, nullptr);
+    }
+}
+
+UniqueFd share(const std::string& directory, bool& held) {
+    held = false;
+    UniqueFd file = openFile(pathIn(directory), O_RDONLY);
+    if (!file) return {};
+    held = !tryLock(file.get(), LOCK_SH);
+    return held ? UniqueFd() : std::move(file);
+}
+
+Holder readHolder(const std::string& directory) {
+    Holder holder;
+    const UniqueFd file = openFile(pathIn(directory), O_RDONLY);
+    std::array<char, 64> text{};
+    if (!file || pread(file.get(), text.data(), text.size() - 1, 0) <= 0) return holder;
+    long pid = 0;
+    long long startedAt = 0;
+    if (std::sscanf(text.data(), "%ld\n%lld\n", &pid, &startedAt) != 2) return holder;
+    holder.pid = static_cast<pid_t>(pid);
+    holder.startedAt = startedAt;
+    return holder;
+}
+
+}  // namespace instance_lock

@@ -1,0 +1,126 @@
+#include <AppKit/AppKit.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "defaults_place.h"
+#include "info_plist.h"
+#include "launch.h"
+#include "processes.h"
+
+namespace {
+
+using defaults_place::FileIdentity;
+
+bool look(const std::string& path, struct stat& status) {
+    while (stat(path.c_str(), &status) != 0) {
+        if (errno != EINTR) return false;
+    }
+    return true;
+}
+
+std::string resolved(const std::string& path) {
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
+    return real == nullptr ? std::string() : std::string(real.get());
+}
+
+// One launch at a time for each bundle, whatever path leads to it. Launches of different bundles do not wait for each
+// other.
+class BundleTurn {
+  public:
+    explicit BundleTurn(FileIdentity bundle) : bundle_(bundle) {
+        std::unique_lock lock(mutex());
+        free().wait(lock, [this] { return std::find(busy().begin(), busy().end(), bundle_) == busy().end(); });
+        busy().push_back(bundle_);
+    }
+    ~BundleTurn() {
+        const std::lock_guard lock(mutex());
+        busy().erase(std::find(busy().begin(), busy().end(), bundle_));
+        free().notify_all();
+    }
+    BundleTurn(const BundleTurn&) = delete;
+    BundleTurn& operator=(const BundleTurn&) = delete;
+
+  private:
+    static std::mutex& mutex() {
+        static std::mutex& object = *new std::mutex;
+        return object;
+    }
+    static std::condition_variable& free() {
+        static std::condition_variable& object = *new std::condition_variable;
+        return object;
+    }
+    static std::vector<FileIdentity>& busy() {
+        static std::vector<FileIdentity>& list = *new std::vector<FileIdentity>;
+        return list;
+    }
+    FileIdentity bundle_;
+};
+
+bool isRunning(FileIdentity bundle) {
+    const std::vector<ApplicationProcess> running = findApplicationProcesses();
+    return std::any_of(running.begin(), running.end(), [bundle](const ApplicationProcess& process) {
+        struct stat status {};
+        return look(process.bundlePath, status) && FileIdentity{status.st_dev, status.st_ino} == bundle;
+    });
+}
+
+bool endsInApp(const std::string& path) {
+    constexpr std::string_view kEnd = ".app";
+    const size_t slash = path.rfind('/');
+    const size_t nameLength = path.size() - slash - 1;
+    return nameLength > kEnd.size() && path.compare(path.size() - kEnd.size(), kEnd.size(), kEnd) == 0;
+}
+
+// The absolute path of what `bundle` (links resolved) names as its executable; "" when that is missing, leads out of
+// the bundle, or is no executable file.
+std::string executableOf(const std::string& bundle) {
+    const InfoPlist plist = InfoPlist::ofBundle(bundle);
+    const std::string* name = plist.text("CFBundleExecutable");
+    if (name == nullptr || name->empty() || name->find('/') != std::string::npos ||
+        name->find("..") != std::string::npos) {
+        return {};
+    }
+    const std::string folder = bundle + "/Contents/MacOS/";
+    std::string executable = folder + *name;
+    struct stat status {};
+    if (resolved(executable).compare(0, folder.size(), folder) != 0) return {};
+    if (!look(executable, status) || !S_ISREG(status.st_mode) || access(executable.c_str(), X_OK) != 0) return {};
+    return executable;
+}
+
+bool launch(const NSString& path) {
+    if (path.empty() || path.front() != '/') return false;
+    // A bundle of another name would start but never be recognised as running, and so start again and again.
+    const std::string bundle = resolved(path);
+    struct stat status {};
+    if (!endsInApp(bundle) || !look(bundle, status) || !S_ISDIR(status.st_mode)) return false;
+    const FileIdentity identity{status.st_dev, status.st_ino};
+    const BundleTurn turn(identity);
+    if (isRunning(identity)) return true;
+    const std::string executable = executableOf(bundle);
+    return !executable.empty() && launchDetached(executable);
+}
+
+}  // namespace
+
+NSWorkspace& NSWorkspace::sharedWorkspace() {
+    static NSWorkspace workspace;
+    return workspace;
+}
+
+bool NSWorkspace::launchApplication(const NSString& path) {
+    try {
+        return launch(path);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}

@@ -1,0 +1,151 @@
+#include "sqlite_database.h"
+
+namespace {
+
+// The path as an SQLite URI, every unusual byte escaped.
+std::string uriOf(const std::string& path, const char* parameters) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string uri = "file:";
+    for (const char letter : path) {
+        const auto byte = static_cast<unsigned char>(letter);
+        const bool plain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                           (byte >= '0' && byte <= '9') || byte == '/' || byte == '.' || byte == '-' || byte == '_';
+        if (plain) {
+            uri += letter;
+        } else {
+            uri += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+        }
+    }
+    return uri + parameters;
+}
+
+}  // namespace
+
+StoreResult storeResultOf(int sqliteCode) {
+    switch (sqliteCode & 0xFF) {
+        case SQLITE_OK:
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+            return StoreResult::ok;
+        case SQLITE_NOMEM:
+            return StoreResult::noMemory;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+            return StoreResult::damaged;
+        default:
+            return StoreResult::unavailable;
+    }
+}
+
+StoreResult SqliteStatement::prepare(sqlite3* connection, const char* sql) {
+    finalize();
+    const int code = sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_, nullptr);
+    // Our texts are right, so what does not compile finds a file of an unknown format, or other tables than ours.
+    return (code & 0xFF) == SQLITE_ERROR ? StoreResult::damaged : storeResultOf(code);
+}
+
+void SqliteStatement::finalize() {
+    sqlite3_finalize(statement_);
+    statement_ = nullptr;
+}
+
+// A bind that fails leaves its argument null, which the tables refuse; the run reports it.
+void SqliteStatement::bind(int index, std::string_view text) {
+    const char* bytes = text.empty() ? "" : text.data();
+    (void)sqlite3_bind_text64(statement_, index, bytes, text.size(), SQLITE_STATIC, SQLITE_UTF8);
+}
+
+void SqliteStatement::bind(int index, int64_t number) {
+    (void)sqlite3_bind_int64(statement_, index, number);
+}
+
+void SqliteStatement::bindNull(int index) {
+    (void)sqlite3_bind_null(statement_, index);
+}
+
+StoreResult SqliteStatement::run() {
+    const int code = sqlite3_step(statement_);
+    (void)sqlite3_reset(statement_);  // repeats the code of the step
+    return storeResultOf(code);
+}
+
+StoreResult SqliteStatement::step(bool& row) {
+    const int code = sqlite3_step(statement_);
+    row = code == SQLITE_ROW;
+    if (!row) (void)sqlite3_reset(statement_);
+    return storeResultOf(code);
+}
+
+std::string_view SqliteStatement::text(int column) const {
+    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+    if (bytes == nullptr) return {};
+    return {bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, column))};
+}
+
+StoreResult SqliteDatabase::open(const std::string& path, Mode mode) {
+    close();
+    constexpr int kCommon = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_PRIVATECACHE;
+    int code = SQLITE_OK;
+    if (mode == Mode::readWrite) {
+        code = sqlite3_open_v2(path.c_str(), &connection_, kCommon | SQLITE_OPEN_READWRITE, nullptr);
+    } else {
+        const std::string uri = uriOf(path, mode == Mode::immutable ? "?immutable=1" : "?readonly_shm=1");
+        code = sqlite3_open_v2(uri.c_str(), &connection_, kCommon | SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    }
+    if (code != SQLITE_OK) {
+        close();
+        return storeResultOf(code);
+    }
+    // The file may have been made by anybody: nothing in it may act, and pages are checked before they are trusted.
+    // What the log holds stays there at the end: closing a damaged file must not write to it.
+    (void)sqlite3_db_config(connection_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    (void)sqlite3_db_config(connection_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    (void)sqlite3_db_config(connection_, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr);
+    (void)sqlite3_db_config(connection_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    return execute("PRAGMA cell_size_check=ON");
+}
+
+void SqliteDatabase::close() {
+    (void)sqlite3_close(connection_);
+    connection_ = nullptr;
+}
+
+bool SqliteDatabase::usesLog() {
+    constexpr sqlite3_int64 kReadVersionAt = 19;
+    constexpr unsigned char kWithLog = 2;
+    sqlite3_file* file = nullptr;
+    unsigned char version = 0;
+    if (sqlite3_file_control(connection_, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file)) != SQLITE_OK) {
+        return false;
+    }
+    return file != nullptr && file->pMethods != nullptr &&
+           file->pMethods->xRead(file, &version, 1, kReadVersionAt) == SQLITE_OK && version == kWithLog;
+}
+
+bool SqliteDatabase::refusesWrites() const {
+    return sqlite3_db_readonly(connection_, "main") == 1;
+}
+
+StoreResult SqliteDatabase::execute(const char* sql) {
+    return storeResultOf(sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr));
+}
+
+StoreResult SqliteDatabase::queryNumber(const char* sql, int64_t& number) {
+    number = 0;
+    SqliteStatement query;
+    StoreResult result = query.prepare(connection_, sql);
+    bool row = false;
+    if (result == StoreResult::ok) result = query.step(row);
+    if (row) number = query.number(0);
+    return result;
+}
+
+StoreResult SqliteDatabase::queryText(const char* sql, std::string& text) {
+    text.clear();
+    SqliteStatement query;
+    StoreResult result = query.prepare(connection_, sql);
+    bool row = false;
+    if (result == StoreResult::ok) result = query.step(row);
+    if (row) text = query.text(0);
+    return result;
+}
