@@ -44,7 +44,7 @@ struct Firing {
     dispatch_source_s* source;
 
     void Run() const {
-        const PlatformGate::Pass pass(*gate);
+        PlatformGate::Pass pass(*gate);
         if (pass) scheduler->EvScheduleStart(source);
     }
 };

@@ -1,0 +1,1 @@
+schedulehelper_fuzz(dates SOURCES fuzz_dates.cpp LIBRARIES datetime)

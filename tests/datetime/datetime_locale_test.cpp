@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "datetime/LDateTime.h"
+#include "datetime/LDateTimeFields.h"
+#include "local_zone.h"
+
+namespace {
+
+TEST(DateOrder, OfADateFormat) {
+    const struct {
+        const char* format;
+        int expected;
+    } rows[] = {{"%d.%m.%Y", 1},       {"%m/%d/%Y", 0},    {"%Y/%m/%d", 2}, {"%y-%b-%e", 2}, {"%e %b %Y", 1},
+                {"%a %D", 0},          {"%Y %D", 0},       {"%B %e %y", 0}, {"%h %d %y", 0}, {"%d %h %y", 1},
+                {"%b %d %e %m %y", 1}, {"%e %m %d %y", 0}, {"%m %d", 2},    {"%d %Y", 0},    {"%Y %d", 0},
+                {"%m %Y", 1},          {"%y", 1},          {"", 1}};
+    for (const auto& row : rows) EXPECT_EQ(LDateOrderOfFormat(row.format), row.expected) << row.format;
+}
+
+/// Three real locales, compiled by this test from the C library's sources.
+class LocaleOrder : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = std::filesystem::temp_directory_path() / "locales-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+        setenv("LOCPATH", folder_.c_str(), 1);
+    }
+    void TearDown() override {
+        unsetenv("LOCPATH");
+        std::filesystem::remove_all(folder_);
+    }
+    bool Compile(const std::string& name) {
+        const std::string command =
+            "localedef -i " + name + " -f UTF-8 '" + (folder_ / (name + ".UTF-8")).string() + "' >/dev/null 2>&1";
+        return std::system(command.c_str()) == 0;
+    }
+
+  private:
+    std::filesystem::path folder_;
+};
+
+struct TypedDate {
+    const char* text;
+    const char* expected;  // "-": refused, the value stays
+};
+
+/// What a process that lives in `locale` reads and writes; ends the process with the number of the first wrong row.
+void CheckDatesAndExit(const char* locale, int order, const char* shortDate, const std::vector<TypedDate>& rows) {
+    if (std::setlocale(LC_ALL, locale) == nullptr) std::exit(100);
+    if (LDateTime::DateFormatOrder() != order || LGetLocaleDateFormatOrder() != order) std::exit(101);
+    char text[260];
+    LDateTime value;
+    LDateTime::SetDateTime(value.seconds, 2015, 5, 1, 9, 3, 7);
+    value.GetDateLocalFormat(text);
+    if (std::string(text) != shortDate) std::exit(102);
+    std::setlocale(LC_ALL, "C");
+    if (LDateTime::DateFormatOrder() != order) std::exit(103);  // kept for the life of the process
+
+    int number = 1;
+    for (const TypedDate& row : rows) {
+        const bool refused = std::string(row.expected) == "-";
+        LDateTime::SetDateTime(value.seconds, 2001, 2, 3, 0, 0, 0);
+        const bool isSet = value._SetTextDate(row.text);
+        value.GetDateInLocalFormat(text);
+        if (isSet == refused || std::string(text) != (refused ? "2001-02-03" : row.expected)) std::exit(number);
+        ++number;
+    }
+    std::exit(0);
+}
+
+TEST_F(LocaleOrder, TypedDatesFollowTheLocale) {
+    if (!Compile("en_US") || !Compile("de_DE") || !Compile("hu_HU")) {
+        GTEST_SKIP() << "localedef or the locale sources (package locales) are missing";
+    }
+    const LocalZone local("Australia/Lord_Howe");
+    EXPECT_EXIT(CheckDatesAndExit("de_DE.UTF-8", 1, "01/05/15",
+                                  {{"1/5/2015", "2015-05-01"},
+                                   {"01.05.15", "2015-05-01"},
+                                   {"1/5/2015-3", "2015-05-01"},
+                                   {"1:5\\15", "2015-05-01"},
+                                   {"1..2015", "-"},
+                                   {"31.2.2015", "2015-03-03"},
+                                   {"1.5.2015.7", "2015-05-01"},
+                                   {"1.5", "2000-05-01"},
+                                   {" 1 a5.0 5.1x5", "2015-05-15"},
+                                   {"1.0.2015", "2014-12-01"},
+                                   {"1.5.99999999999999999999", sizeof(long) < 8 ? "-" : ""},
+                                   {"letters", ""},
+                                   {"", ""},
+                                   {nullptr, ""},
+                                   {"15", "-"},
+                                   {"-", "-"},
+                                   {"/", "-"}}),
+                testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(CheckDatesAndExit(
+                    "en_US.UTF-8", 0, "05/01/15",
+                    {{"5/1/2015", "2015-05-01"}, {"5", "2000-05-01"}, {"/1/15", "-"}, {"12-31-15", "2000-12-01"}}),
+                testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(CheckDatesAndExit(
+                    "hu_HU.UTF-8", 2, "15/05/01",
+                    {{"2015.05.01", "2015-05-01"}, {"15/5", "2015-05-01"}, {"2015", "-"}, {"99/12/31", "1999-12-31"}}),
+                testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
