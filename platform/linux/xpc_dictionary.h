@@ -1,0 +1,110 @@
+// A dictionary is a frame: its entries lie in memory as they travel, so that sending copies nothing and receiving is
+// one allocation whose values are read in place.
+//
+// The object and its first chunk, which begins with the frame's header, are one block. A dictionary that outgrows it
+// chains further chunks: a stored value never moves, which keeps the addresses that getters returned valid. A replaced
+// value of another size leaves a hole in its chunk, and holes are skipped when the frame is sent.
+//
+// Limits of the wire are no limits of a local dictionary; one that breaks them is told apart by `fitsFrame` when it is
+// sent. A dictionary belongs to one thread at a time.
+#pragma once
+
+#include <sys/uio.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/linux/runtime.h"
+#include "platform/linux/wire_format.h"
+#include "platform/linux/xpc_connection.h"
+
+namespace transport {
+
+/// The pieces of one frame, and the descriptors that go with it; both belong to the dictionary.
+struct Gathered {
+    std::array<iovec, wire::maxEntries + 1> pieces;
+    size_t pieceCount = 0;
+    std::array<int, wire::maxDescriptors> descriptors;
+    size_t descriptorCount = 0;
+    size_t bytes = 0;
+};
+
+class Dictionary final : public Object, public runtime::Job {
+  public:
+    /// Empty, one reference. Throws std::bad_alloc.
+    static Dictionary* create();
+
+    /// The message in a frame that passed wire::check, one reference; null when memory is out. Takes over the
+    /// descriptors, as many as the header names, unless it returns null.
+    static Dictionary* receive(const unsigned char* frame, size_t length, const int* descriptors,
+                               Ref<_xpc_connection_s> remote, uint32_t session) noexcept;
+
+    /// See xpc_dictionary_create_reply.
+    Dictionary* createReply();
+
+    /// Copies `bytes` bytes at `value` under `key` in place of what the key held. Throws std::bad_alloc, and then the
+    /// key holds what it held. A key or value too long for an entry's header is not stored, and the dictionary no
+    /// longer fits a frame: better no message than one that lacks a part.
+    void set(const char* key, wire::Type type, const void* value, size_t bytes);
+
+    /// Null when the key is missing.
+    [[nodiscard]] unsigned char* find(const char* key) const;
+    /// The value of `key` when it has this type, else null; `bytes` may be null.
+    [[nodiscard]] const unsigned char* find(const char* key, wire::Type type, size_t* bytes) const;
+    [[nodiscard]] size_t count() const { return count_; }
+
+    [[nodiscard]] bool fitsFrame() const;
+    /// Stamps the header and lists what to send. The dictionary fits a frame.
+    void gather(wire::Kind kind, uint64_t id, Gathered* out);
+
+    /// The connection on which the message came, or to which the reply goes; null for any other dictionary.
+    [[nodiscard]] _xpc_connection_s* remote() const { return remote_.get(); }
+    /// What was received, or Reply for a reply not yet sent.
+    [[nodiscard]] wire::Kind kind() const { return kind_; }
+    [[nodiscard]] uint64_t id() const { return id_; }
+    /// Which of a client's successive connections to its service the message came from: its reply goes nowhere else.
+    [[nodiscard]] uint32_t session() const { return session_; }
+    /// How much of a connection's allowance of undelivered events and bytes the message takes.
+    [[nodiscard]] uint32_t weight() const;
+    [[nodiscard]] size_t frameBytes() const { return bytes_; }
+
+  private:
+    struct alignas(8) Chunk {
+        Chunk* next;
+        uint32_t capacity;  // bytes that follow this header
+        uint32_t used;
+        uint32_t live;  // entries that are no holes
+        bool holes;
+        unsigned char* bytes() { return reinterpret_cast<unsigned char*>(this + 1); }
+    };
+
+    Dictionary() : Object(XPC_TYPE_DICTIONARY), Job(nullptr) {}
+    ~Dictionary();
+    static Dictionary* allocate(size_t capacity) noexcept;
+    void destroy() noexcept override;
+
+    template <typename Visit>
+    void forEach(Visit&& visit) const;
+    Chunk* roomFor(size_t bytes);
+    void append(const char* key, size_t keyBytes, wire::Type type, const void* value, size_t bytes);
+    void overwrite(const wire::Entry& entry, wire::Type type, const void* value, size_t bytes);
+    void remove(const wire::Entry& entry);
+    void forgetValue(const wire::Entry& entry);
+    void adoptDescriptors(const int* descriptors);
+    Chunk* chunkOf(const unsigned char* position) const;
+    static void addPieces(Chunk* chunk, Gathered* out);
+
+    uint32_t count_ = 0;
+    uint32_t descriptorCount_ = 0;
+    size_t bytes_ = sizeof(wire::FrameHeader);  // of the frame as it would be sent
+    uint64_t id_ = 0;
+    uint32_t session_ = 0;
+    wire::Kind kind_ = wire::Kind::Message;
+    bool wantsReply_ = false;
+    bool unsendable_ = false;
+    Ref<_xpc_connection_s> remote_;
+    Chunk* first_ = nullptr;  // behind the object, in the same block
+};
+
+}  // namespace transport

@@ -1,0 +1,172 @@
+#include "platform/linux/xpc_listener.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+
+#include "platform/linux/xpc_stream.h"
+
+namespace transport {
+
+namespace {
+
+constexpr int acceptsPerTurn = 16;
+constexpr int64_t roomRetryNanoseconds = 100'000'000;
+constexpr int numbersPerLook = 64;
+
+}  // namespace
+
+// poll tells of each number whether it is open. The system gives out the lowest free number first, so the look starts
+// there, and usually the first window suffices.
+bool hasFreeDescriptors(int wanted) {
+    const UniqueFd probe(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    const UniqueFd other(probe ? -1 : open("/", O_PATH | O_CLOEXEC));  // standard input may be closed
+    const int lowest = std::max(probe.get(), other.get());
+    rlimit limit{};
+    if (lowest < 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
+    const auto end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, INT32_MAX));
+    int found = 1;
+    for (int from = lowest + 1; found < wanted && from < end; from += numbersPerLook) {
+        std::array<pollfd, numbersPerLook> look{};
+        const int count = std::min(numbersPerLook, end - from);
+        for (int i = 0; i < count; ++i) look[static_cast<size_t>(i)].fd = from + i;
+        if (poll(look.data(), static_cast<nfds_t>(count), 0) < 0) return false;
+        for (int i = 0; i < count; ++i) found += (look[static_cast<size_t>(i)].revents & POLLNVAL) != 0 ? 1 : 0;
+    }
+    return found >= wanted;
+}
+
+Listener::Listener(dispatch_queue_t queue) : Endpoint(queue), retryJob_(this, runRetry) {}
+
+Listener* Listener::offering(const char* name, dispatch_queue_t queue) {
+    auto listener = Ref<Listener>::adopt(new Listener(queue));
+    if (!listener->offer_.open(runtimeDirectoryFromEnvironment(), name)) return nullptr;
+    return listener.leak();
+}
+
+// ---- A listener has nobody to talk to
+
+void Listener::send(Dictionary& /*message*/) {}
+
+void Listener::sendWithReply(Dictionary& /*message*/, dispatch_queue_t queue, xpc_handler_t handler) {
+    if (queue == nullptr) queue = dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0);
+    auto self = Ref<Listener>::share(this);
+    dispatch_async(queue, [self = std::make_shared<Ref<Listener>>(std::move(self)), handler = std::move(handler)] {
+        const CurrentConnection current(self->get());
+        if (handler) handler(XPC_ERROR_CONNECTION_INVALID);
+    });
+}
+
+pid_t Listener::pid() const noexcept {
+    return 0;
+}
+
+uid_t Listener::euid() const noexcept {
+    return geteuid();
+}
+
+// ---- The io thread
+
+void Listener::evaluate() noexcept {
+    if (over_ || !isActivated()) return;
+    if (isCancelled()) return end();
+    if (isSuspended()) return unwatch();
+    waitingForRoom_ = false;
+    if (watched_) return;
+    watched_ = runtime::IoLoop::shared().watch(offer_.socket(), EPOLLIN, this);
+    if (!watched_) waitForRoom();
+}
+
+void Listener::ready(uint32_t /*events*/) noexcept {
+    if (isSuspended()) return unwatch();
+    for (int i = 0; i < acceptsPerTurn; ++i) {
+        switch (acceptOne()) {
+            case Accepted::One:
+                continue;
+            case Accepted::NoneWaiting:
+                return;
+            case Accepted::NoRoom:
+                return waitForRoom();
+        }
+    }
+}
+
+Listener::Accepted Listener::acceptOne() noexcept {
+    if (!hasFreeDescriptors(spareDescriptors + 1)) return Accepted::NoRoom;
+    UniqueFd socket(accept4(offer_.socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (socket) {
+        welcome(std::move(socket));
+        return Accepted::One;
+    }
+    switch (errno) {
+        case EMFILE:
+        case ENFILE:
+        case ENOMEM:
+        case ENOBUFS:
+            return Accepted::NoRoom;
+        case EINTR:
+        case ECONNABORTED:
+            return Accepted::One;
+        default:
+            return Accepted::NoneWaiting;
+    }
+}
+
+void Listener::welcome(UniqueFd socket) noexcept {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    if (!peerOf(socket.get(), &pid, &uid) || uid != geteuid()) return;
+    Stream* peer = Stream::toPeer(socket.get(), pid, uid, this);
+    if (peer == nullptr) return;  // out of memory: the peer sees a closed connection
+    (void)socket.release();
+    peer->arrival.run = announce;
+    queue_.post(&peer->arrival);
+}
+
+/// On the listener's queue. The reference of creation goes here; who keeps the peer has retained or resumed it.
+void Listener::announce(runtime::Job* job) {
+    const auto peer = Ref<Stream>::adopt(static_cast<Stream*>(static_cast<EndpointJob*>(job)->owner));
+    Listener* listener = peer->listener();
+    const auto self = Ref<Listener>::share(listener);
+    if (!listener->isCancelled()) listener->handler_.call(listener, static_cast<Object*>(peer.get()));
+}
+
+void Listener::unwatch() noexcept {
+    if (std::exchange(watched_, false)) runtime::IoLoop::shared().forget(offer_.socket(), this);
+}
+
+void Listener::waitForRoom() noexcept {
+    unwatch();
+    waitingForRoom_ = true;
+    if (std::exchange(retryPosted_, true)) return;
+    retain();
+    runtime::IoLoop::shared().postAt(dispatch_time(DISPATCH_TIME_NOW, roomRetryNanoseconds), &retryJob_);
+}
+
+void Listener::runRetry(runtime::Job* job) {
+    auto* listener = static_cast<Listener*>(static_cast<EndpointJob*>(job)->owner);
+    listener->retryPosted_ = false;
+    listener->evaluate();
+    listener->release();
+}
+
+void Listener::descriptorFreed() noexcept {
+    if (waitingForRoom_.exchange(false)) poke();
+}
+
+void Listener::end() noexcept {
+    over_ = true;
+    unwatch();
+    offer_.withdraw();
+    postFinalEvent();
+}
+
+}  // namespace transport

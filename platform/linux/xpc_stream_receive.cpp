@@ -1,0 +1,187 @@
+// The receiving half of a stream: from the socket to the connection's queue, on the io thread.
+//
+// Each function that can meet the end of the connection returns false when it did, and then nothing of the link is
+// left.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "platform/linux/wire_reader.h"
+#include "platform/linux/xpc_stream.h"
+
+namespace transport {
+
+namespace {
+
+constexpr size_t readBytes = 64 * 1024;
+
+/// One for all connections: what is read is used up, or kept with its connection, before the next read. Never freed,
+/// since the io thread outlives the destruction of statics.
+unsigned char* readBuffer() {
+    static auto* const buffer = new unsigned char[readBytes];
+    return buffer;
+}
+
+}  // namespace
+
+/// One read. A socket that has more shows up again in the next turn, after the others.
+bool Stream::readOnce() noexcept {
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int) * wire::maxDescriptors)];
+    iovec into{readBuffer(), readBytes};
+    msghdr message{};
+    message.msg_iov = &into;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t count = recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+    if (count <= 0) {
+        // A reset is how a peer that left unread data behind ends; what it sent was read before.
+        endOfData_ = true;
+        return finishReading();
+    }
+    if (!takeDescriptors(message) || !consume(readBuffer(), static_cast<size_t>(count))) {
+        end(End::Invalid);
+        return false;
+    }
+    return finishReading();
+}
+
+/// Takes every descriptor that came, so that each has an owner, before it judges them. False when some were lost for
+/// want of room, here or in the process, or when there are more than frames can claim.
+bool Stream::takeDescriptors(const msghdr& message) noexcept {
+    bool fits = (message.msg_flags & MSG_CTRUNC) == 0;
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
+         header = CMSG_NXTHDR(const_cast<msghdr*>(&message), header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) continue;
+        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; ++i) {
+            int received = -1;
+            std::memcpy(&received, CMSG_DATA(header) + i * sizeof(int), sizeof received);
+            if (descriptorCount_ < descriptors_.size()) {
+                descriptors_[descriptorCount_++] = received;
+            } else {
+                ::close(received);
+                fits = false;
+            }
+        }
+    }
+    return fits;
+}
+
+/// Uses up what was read: whole frames are posted, the rest is kept.
+bool Stream::consume(const unsigned char* bytes, size_t count) noexcept {
+    size_t used = 0;
+    if (kept_.empty()) {
+        return cutFrames(bytes, count, &used) && keep(bytes + used, count - used);
+    }
+    if (!keep(bytes, count) || !cutFrames(kept_.data(), kept_.size(), &used)) return false;
+    keptUsed_ = used;
+    return true;
+}
+
+/// Goes on with frames that an earlier turn left, as far as the handler's backlog allows.
+bool Stream::consumeKept() noexcept {
+    if (!framesLeft_) return true;
+    size_t used = 0;
+    if (!cutFrames(kept_.data() + keptUsed_, kept_.size() - keptUsed_, &used)) {
+        end(End::Invalid);
+        return false;
+    }
+    keptUsed_ += used;
+    return finishReading();
+}
+
+bool Stream::keep(const unsigned char* bytes, size_t count) noexcept {
+    if (count == 0) return true;
+    try {
+        kept_.insert(kept_.end(), bytes, bytes + count);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;  // a lost connection is noticed, a lost request is not
+    }
+}
+
+/// Posts the whole frames at the front of `bytes`, up to the limits of a turn and of the backlog. False when one is
+/// malformed.
+bool Stream::cutFrames(const unsigned char* bytes, size_t count, size_t* used) noexcept {
+    size_t at = 0;
+    framesLeft_ = false;
+    for (int frames = 0;; ++frames) {
+        size_t length = 0;
+        const wire::Verdict verdict = wire::measure(bytes + at, count - at, &length);
+        if (verdict == wire::Verdict::Malformed) return false;
+        if (verdict == wire::Verdict::Incomplete) break;
+        framesLeft_ = frames == framesPerTurn || isOverfull();
+        if (framesLeft_) break;
+        if (!takeFrame(bytes + at, length)) return false;
+        at += length;
+    }
+    *used = at;
+    // Descriptors come with the first byte of their frame: none may be left when no frame has begun.
+    return framesLeft_ || descriptorCount_ <= (at == count ? 0 : wire::maxDescriptors);
+}
+
+bool Stream::takeFrame(const unsigned char* frame, size_t length) noexcept {
+    if (!wire::check(frame, length)) return false;
+    const auto header = wire::load<wire::FrameHeader>(frame);
+    if (header.descriptors > descriptorCount_) return false;
+    Dictionary* message =
+        Dictionary::receive(frame, length, descriptors_.data(), Ref<_xpc_connection_s>::share(this), session_);
+    if (message == nullptr) return false;
+    descriptorCount_ -= header.descriptors;
+    std::memmove(descriptors_.data(), descriptors_.data() + header.descriptors, descriptorCount_ * sizeof(int));
+    deliver(message);
+    return true;
+}
+
+/// An answer that nobody waits for is dropped: its asker may have been told of an interruption meanwhile.
+void Stream::deliver(Dictionary* message) noexcept {
+    undelivered_ += message->weight();
+    undeliveredBytes_ += message->frameBytes();
+    if (message->kind() != wire::Kind::Reply) {
+        message->Job::run = runMessage;
+        queue_.post(message);
+        return;
+    }
+    PendingReply* reply = nullptr;
+    {
+        const std::lock_guard lock(mutex_);
+        reply = pending_.take(message->id());
+    }
+    if (reply != nullptr) {
+        reply->finish(static_cast<Object*>(message));
+        return;
+    }
+    delivered(*message);
+    message->release();
+}
+
+/// After each look at the data: forgets what is used up, and ends the link when there is nothing more to come.
+bool Stream::finishReading() noexcept {
+    if (keptUsed_ > 0) {
+        if (!framesLeft_) kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(keptUsed_));
+        if (!framesLeft_) keptUsed_ = 0;
+        if (kept_.empty()) std::vector<unsigned char>().swap(kept_);
+    }
+    if (framesLeft_ || !endOfData_) return true;
+    end(End::PeerGone);
+    return false;
+}
+
+bool Stream::isOverfull() const {
+    return undelivered_ > maxUndeliveredEvents || undeliveredBytes_ > maxUndeliveredBytes;
+}
+
+void Stream::dropInput() noexcept {
+    while (descriptorCount_ > 0) ::close(descriptors_[--descriptorCount_]);
+    std::vector<unsigned char>().swap(kept_);
+    keptUsed_ = 0;
+    framesLeft_ = false;
+    endOfData_ = false;
+}
+
+}  // namespace transport
