@@ -1,0 +1,5 @@
+schedulehelper_test(dispatch_timer_test SOURCES dispatch_timer_test.cpp LIBRARIES platform_core LABELS concurrent)
+schedulehelper_test(dispatch_queue_test SOURCES dispatch_queue_test.cpp LIBRARIES platform_core LABELS concurrent)
+schedulehelper_test(dispatch_pool_test SOURCES dispatch_pool_test.cpp LIBRARIES platform_core LABELS concurrent)
+schedulehelper_test(dispatch_io_test SOURCES dispatch_io_test.cpp LIBRARIES platform_core LABELS concurrent)
+schedulehelper_test(ending_test SOURCES ending_test.cpp LIBRARIES platform_core LABELS concurrent)

@@ -1,0 +1,273 @@
+// Timer sources: when they fire, how often, and what cancelling guarantees.
+#include <gtest/gtest.h>
+#include <platform_testing.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <new>
+#include <semaphore>
+#include <vector>
+
+#include "platform/linux/runtime.h"
+#include "platform/linux/timer_source.h"
+#include "tests/platform/dispatch_support.h"
+
+using platform_testing::ManualClock;
+
+namespace {
+
+dispatch_queue_t workers() {
+    return dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0);
+}
+
+bool isQueued(dispatch_source_t source) {
+    return (source->state.load() & dispatch_source_s::kPhase) == dispatch_source_s::kQueued;
+}
+
+TEST(TimerSource, FiresInStepWithTheClock) {
+    constexpr uint64_t once = DISPATCH_TIME_FOREVER;
+    constexpr int64_t year = 31'536'000'000'000'000;
+    struct Row {
+        const char* name;
+        int64_t delay;
+        uint64_t interval;
+        std::vector<uint64_t> advances;
+        std::vector<unsigned long> counts;  // occurrences reported after each advance; 0: no call
+    };
+    const Row rows[] = {
+        {"once, not early, not again", 10, once, {9, 1, 100}, {0, 1, 0}},
+        {"already due", 0, once, {0, 1}, {1, 0}},
+        {"due long ago", -5, once, {0}, {1}},
+        {"repeats", 10, 5, {9, 1, 4, 1, 5}, {0, 1, 0, 1, 1}},
+        {"coalesces, phase kept", 10, 5, {27, 2, 1}, {4, 0, 1}},
+        {"late by exactly one interval", 10, 5, {15}, {2}},
+        {"no interval", 10, 0, {10, 10}, {1, 0}},
+        {"a day over ten years", 86'400'000'000'000, 86'400'000'000'000, {10 * year}, {3650}},
+        {"beyond the end of time", INT64_MAX, 1, {100 * year, 100 * year}, {0, 0}},
+        {"interval beyond the end of time", 10, once - 1, {10, 100 * year}, {1, 0}},
+        {"interval past the signed end", 10, uint64_t{1} << 63, {10, 100 * year}, {1, 0}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        ManualClock clock;
+        unsigned long calls = 0, count = 0;
+        dispatch_source_t source = nullptr;
+        Timer timer(workers(), [&] {
+            ++calls;
+            count = dispatch_source_get_data(source);
+        });
+        source = timer.source;
+        timer.arm(dispatch_time(DISPATCH_TIME_NOW, row.delay), row.interval);
+        for (size_t i = 0; i < row.advances.size(); ++i) {
+            calls = count = 0;
+            clock.advance(row.advances[i]);
+            EXPECT_EQ(count, row.counts[i]) << "advance " << i;
+            EXPECT_EQ(calls, row.counts[i] != 0 ? 1U : 0U) << "advance " << i;
+        }
+    }
+}
+
+TEST(TimerSource, ForeverNeverFires) {
+    ManualClock clock;
+    int calls = 0;
+    Timer timer(workers(), [&] { ++calls; });
+    timer.arm(DISPATCH_TIME_FOREVER, 1);
+    clock.advance(DISPATCH_TIME_FOREVER);
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(TimerSource, FiresByDeadlineAndEqualOnesInOrderOfArming) {
+    constexpr size_t kSources = 10'000;
+    ManualClock clock;
+    runtime::SerialQueue queue(nullptr);
+    std::vector<std::unique_ptr<Timer>> timers;
+    std::vector<size_t> fired, expected(kSources);
+    const dispatch_time_t base = dispatch_time(DISPATCH_TIME_NOW, 1);
+    const auto delay = [](size_t i) { return i * 7919 % 13; };
+    for (size_t i = 0; i < kSources; ++i) {
+        timers.push_back(std::make_unique<Timer>(&queue, [&fired, i] { fired.push_back(i); }));
+        timers.back()->arm(base + delay(i), 13);
+        expected[i] = i;
+    }
+    const auto earlier = [&](size_t a, size_t b) { return delay(a) < delay(b); };
+    std::stable_sort(expected.begin(), expected.end(), earlier);
+    for (int round = 0; round < 2; ++round) {
+        fired.clear();
+        clock.advance(13);
+        EXPECT_EQ(fired, expected) << "round " << round;
+    }
+    for (size_t i = 0; i < kSources; i += 3) dispatch_source_cancel(timers[i]->source);
+    std::erase_if(expected, [](size_t i) { return i % 3 == 0; });
+    fired.clear();
+    clock.advance(13);
+    EXPECT_EQ(fired, expected) << "a third cancelled";
+}
+
+TEST(TimerSource, CoalescesWhatFallsDueWhileItsHandlerRuns) {
+    ManualClock clock;
+    std::binary_semaphore entered{0}, go{0};
+    std::vector<unsigned long> counts;
+    dispatch_source_t source = nullptr;
+    Timer timer(workers(), [&] {
+        counts.push_back(dispatch_source_get_data(source));
+        if (counts.size() > 1) return;
+        entered.release();
+        go.acquire();
+    });
+    source = timer.source;
+    timer.arm(dispatch_time(DISPATCH_TIME_NOW, 10), 10);
+    std::thread first([&] { clock.advance(10); });
+    entered.acquire();
+    std::thread second([&] { clock.advance(35); });
+    waitUntil([&] { return source->occurrences.load() == 3; });
+    go.release();
+    first.join();
+    second.join();
+    EXPECT_EQ(counts, (std::vector<unsigned long>{1, 3}));
+    clock.advance(5);
+    EXPECT_EQ(counts.back(), 1U) << "the phase is still the start's";
+}
+
+TEST(TimerSource, MayBeCancelledReleasedAndSetAnewInItsHandler) {
+    ManualClock clock;
+    int calls = 0;
+    auto alive = std::make_shared<int>(0);
+    const std::weak_ptr<int> handler = alive;
+    dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, workers());
+    dispatch_source_set_event_handler(source, [&, alive = std::move(alive)] {
+        if (++calls == 1) return dispatch_source_set_timer(source, dispatch_time(DISPATCH_TIME_NOW, 3), 1, 0);
+        dispatch_source_cancel(source);
+        dispatch_source_cancel(source);
+        dispatch_release(source);
+        EXPECT_FALSE(handler.expired()) << "a running handler is not destroyed";
+    });
+    dispatch_source_set_timer(source, dispatch_time(DISPATCH_TIME_NOW, 1), 1, 0);
+    dispatch_resume(source);
+    for (int expected : {1, 1, 1, 2, 2}) {
+        clock.advance(1);
+        EXPECT_EQ(calls, expected);
+    }
+    EXPECT_TRUE(handler.expired()) << "the source is gone once its call has returned";
+}
+
+TEST(TimerSource, CancelForbidsACallThatIsQueuedAndKeepsTheAddress) {
+    ManualClock clock;
+    runtime::SerialQueue queue(nullptr);
+    int calls = 0;
+    auto alive = std::make_shared<int>(0);
+    const std::weak_ptr<int> handler = alive;
+    dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, &queue);
+    dispatch_source_set_event_handler(source, [&calls, alive = std::move(alive)] { ++calls; });
+    dispatch_source_set_timer(source, dispatch_time(DISPATCH_TIME_NOW, 1), 1, 0);
+    dispatch_resume(source);
+    queue.suspend();
+    std::thread advancing([&] { clock.advance(1); });
+    waitUntil([&] { return isQueued(source); });
+    dispatch_source_cancel(source);
+    dispatch_release(source);
+    EXPECT_FALSE(handler.expired()) << "the queued call holds the source, so its address is not used again";
+    queue.resume();
+    advancing.join();
+    EXPECT_EQ(calls, 0);
+    EXPECT_TRUE(handler.expired());
+}
+
+TEST(TimerSource, SuspensionHoldsCallsBack) {
+    ManualClock clock;
+    std::vector<unsigned long> counts;
+    runtime::SerialQueue queue(nullptr);
+    dispatch_source_t source = nullptr;
+    Timer timer(&queue, [&] { counts.push_back(dispatch_source_get_data(source)); });
+    source = timer.source;
+    timer.arm(dispatch_time(DISPATCH_TIME_NOW, 10), 10);
+    dispatch_suspend(source);
+    dispatch_suspend(source);
+    clock.advance(25);
+    dispatch_resume(source);
+    clock.advance(0);
+    EXPECT_TRUE(counts.empty()) << "suspended once more";
+    dispatch_resume(source);
+    clock.advance(0);
+    EXPECT_EQ(counts, std::vector<unsigned long>{2});
+
+    queue.suspend();
+    std::thread advancing([&] { clock.advance(5); });
+    waitUntil([&] { return isQueued(source); });
+    dispatch_suspend(source);
+    queue.resume();
+    advancing.join();
+    EXPECT_EQ(counts.size(), 1U) << "the queued call did not start";
+    dispatch_resume(source);
+    waitUntil([&] { return (source->state.load() & dispatch_source_s::kPhase) == dispatch_source_s::kIdle; });
+    EXPECT_EQ(counts, (std::vector<unsigned long>{2, 1})) << "it was kept, not lost";
+}
+
+TEST(TimerSource, SurvivesAHandlerThatRunsOutOfMemory) {
+    ManualClock clock;
+    int calls = 0;
+    Timer timer(workers(), [&] {
+        ++calls;
+        throw std::bad_alloc();
+    });
+    timer.arm(dispatch_time(DISPATCH_TIME_NOW, 1), 1);
+    clock.advance(1);
+    clock.advance(1);
+    EXPECT_EQ(calls, 2);
+}
+
+TEST(TimerSource, OtherTypesAreRefused) {
+    EXPECT_EQ(dispatch_source_create(nullptr, 0, 0, workers()), nullptr);
+}
+
+// From here on the steady clock: the timerfd has to be right as well.
+
+TEST(TimerSource, AnEarlierDeadlineArmedLaterFiresFirstAndNoneFiresEarly) {
+    constexpr int64_t kMillisecond = 1'000'000;
+    runtime::SerialQueue queue(nullptr);
+    std::counting_semaphore<3> fired{0};
+    std::vector<int> order;
+    bool early = false;
+    std::vector<std::unique_ptr<Timer>> timers;
+    for (int delay : {30, 20, 10}) {
+        const dispatch_time_t start = dispatch_time(DISPATCH_TIME_NOW, delay * kMillisecond);
+        timers.push_back(std::make_unique<Timer>(&queue, [&, delay, start] {
+            order.push_back(delay);
+            early = early || dispatch_time(DISPATCH_TIME_NOW, 0) < start;
+            fired.release();
+        }));
+        timers.back()->arm(start);
+    }
+    Timer cancelled(&queue, [] { FAIL(); });  // leaves a wake-up with nothing due behind it
+    cancelled.arm(dispatch_time(DISPATCH_TIME_NOW, 5 * kMillisecond));
+    dispatch_source_cancel(cancelled.source);
+    for (int i = 0; i < 3; ++i) fired.acquire();
+    EXPECT_EQ(order, (std::vector<int>{10, 20, 30}));
+    EXPECT_FALSE(early);
+}
+
+TEST(TimerSource, CancelRacingFireLetsAtMostTheClaimedCallThrough) {
+    for (int trial = 0; trial < 500; ++trial) {
+        std::atomic<int> inside{0}, calls{0};
+        std::atomic<bool> overlapped{false};
+        auto alive = std::make_shared<int>(0);
+        const std::weak_ptr<int> handler = alive;
+        dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, workers());
+        dispatch_source_set_event_handler(source, [&, alive = std::move(alive)] {
+            if (inside.fetch_add(1) != 0) overlapped = true;
+            ++calls;
+            inside.fetch_sub(1);
+        });
+        dispatch_source_set_timer(source, DISPATCH_TIME_NOW, 1'000, 0);
+        dispatch_resume(source);
+        waitUntil([&] { return trial % 2 == 0 || calls.load() != 0; });
+        dispatch_source_cancel(source);
+        const int begun = calls.load();
+        dispatch_release(source);
+        waitUntil([&] { return handler.expired(); });
+        ASSERT_LE(calls.load(), begun + 1);
+        ASSERT_FALSE(overlapped.load());
+    }
+}
+
+}  // namespace
