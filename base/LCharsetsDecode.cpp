@@ -1,0 +1,87 @@
+#include <cstring>
+
+#include "base/LCharsets.h"
+#include "base/LCharsetsBlocks.h"
+#include "base/LCharsetsSequence.h"
+
+using namespace LCharsetsDetail;
+
+namespace {
+
+constexpr bool isTrailing(uint32_t byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+/// Takes one sequence that lies wholly before `end`; false, with the place unchanged, when it is cut or ill-formed.
+template <typename TOut>
+inline bool takeSequence(Place<uint8_t, TOut>& place, const uint8_t* end) {
+    const uint8_t* const in = place.in;
+    const size_t left = static_cast<size_t>(end - in);
+    if (left == 0) return false;
+    uint32_t value = in[0];
+    size_t length = 1;
+    if (value >= 0xE0 && value < 0xF0) {
+        if (left < 3 || !isTrailing(in[1]) || !isTrailing(in[2])) return false;
+        value = (value << 12) + (uint32_t{in[1]} << 6) + in[2] - offsetsFromUTF8[2];
+        if (value < 0x800 || (value >= 0xD800 && value < 0xE000)) return false;
+        length = 3;
+    } else if (value >= 0xC2 && value < 0xE0) {
+        if (left < 2 || !isTrailing(in[1])) return false;
+        value = (value << 6) + in[1] - offsetsFromUTF8[1];
+        length = 2;
+    } else if (value >= 0xF0 && value < 0xF5) {
+        if (left < 4 || !isTrailing(in[1]) || !isTrailing(in[2]) || !isTrailing(in[3])) return false;
+        value = (value << 18) + (uint32_t{in[1]} << 12) + (uint32_t{in[2]} << 6) + in[3] - offsetsFromUTF8[3];
+        if (value < 0x10000 || value > lastCharacter) return false;
+        length = 4;
+    } else if (value >= 0x80) {
+        return false;
+    }
+    *place.out++ = static_cast<TOut>(value);
+    place.in += length;
+    return true;
+}
+
+/// How many sequences go one by one before the next try in blocks.
+constexpr int sequencesBetweenBlocks = 32;
+
+template <typename TOut>
+Place<uint8_t, TOut> decodeWhole(Place<uint8_t, TOut> place, const uint8_t* end) {
+    for (;;) {
+        place = decodeBlocks(place, end);
+        for (int i = 0; i < sequencesBetweenBlocks; ++i) {
+            if (!takeSequence(place, end)) return place;
+        }
+    }
+}
+
+template <typename TOut>
+unsigned long decode(TOut* out, const char* in, unsigned long limit) {
+    if (limit == 0) return kLCharsetsCut;
+    const size_t length = strnlen(in, limit);
+    const size_t room = limit - 1;
+    const uint8_t* const text = reinterpret_cast<const uint8_t*>(in);
+    const auto [stop, outEnd] = decodeWhole<TOut>({text, out}, text + (length < room ? length : room));
+    *outEnd = 0;
+    const size_t taken = static_cast<size_t>(stop - text);
+    if (taken == length) return kLCharsetsWhole;
+    return sequenceLength(*stop) > room - taken ? kLCharsetsCut : kLCharsetsIllFormed;
+}
+
+}  // namespace
+
+unsigned long LCopyUTF32FromUTF8Native(wchar_t* out, const char* in, unsigned long limit) {
+    return decode(out, in, limit);
+}
+
+unsigned long LCopyUTF32FromUTF8(wchar_t* out, const char* in, unsigned long limit) {
+    return decode(out, in, limit);
+}
+
+unsigned long LCopyUnicodeFromUTF8(unsigned short* out, const char* in, unsigned long size) {
+    return decode(out, in, size);
+}
+
+unsigned long LCopyUnicodeFromUTF8(unsigned short* out, const char* in) {
+    return decode(out, in, 260);
+}
