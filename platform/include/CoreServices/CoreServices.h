@@ -23,5 +23,6 @@ struct FSRef {
     uint64_t inode;
 };
 
-/// True when the URL's path names an existing file or folder (links followed); `reference` then tells which.
+/// True when the URL's path names an existing file, folder or link (a link in last place is not followed);
+/// `reference` then tells which.
 Boolean CFURLGetFSRef(CFURLRef url, FSRef* reference);
