@@ -1,0 +1,109 @@
+#include "tools/schedulectl/Service.h"
+
+#include <algorithm>
+
+#include "app/LRequestKeys.h"
+#include "base/LList.h"
+#include "tools/schedulectl/Failure.h"
+
+namespace schedulectl {
+
+namespace {
+constexpr unsigned long connectionId = 1;
+}
+
+Request& Request::Text(const char* key, const std::string& value) {
+    texts_.push_back(value);
+    items_.emplace_back(key, LXPCDataTypeString, LXPCAddress(texts_.back().c_str()));
+    return *this;
+}
+
+Request& Request::Flag(const char* key, bool value) {
+    items_.emplace_back(key, LXPCDataTypeBool, value ? 1 : 0);
+    return *this;
+}
+
+Request& Request::Date(const char* key, Moment value) {
+    items_.emplace_back(key, LXPCDataTypeDate, static_cast<long>(value));
+    return *this;
+}
+
+Request& Request::Number(const char* key, unsigned value) {
+    items_.emplace_back(key, LXPCDataTypeUInt64, static_cast<long>(value));
+    return *this;
+}
+
+Service::Service() : client_(this) {
+    for (const char* key : kReplyKeys) client_.AddKey(key, LXPCDataTypeBool);
+    if (!client_.Connect(kServiceName, connectionId, true)) gone_ = true;
+}
+
+Service::~Service() {
+    client_.Disconnect(kServiceName, connectionId);
+}
+
+void Service::Send(const Request& request) {
+    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), false);
+}
+
+Service::Answer Service::Ask(const Request& request, const char* replyKey) {
+    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), true);
+    return Await(replyKey);
+}
+
+Service::Answer Service::Test() {
+    return Ask(Request().Flag(kKeyTestConnection), kReplyTestConnection);
+}
+
+Service::Answer Service::AskOrSilence(const Request& request, const char* replyKey) {
+    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), true);
+    const Request test = Request().Flag(kKeyTestConnection);
+    client_.SendMessage(kServiceName, connectionId, test.items().data(), test.items().size(), true);
+    const Answer tested = Await(kReplyTestConnection);
+    if (tested != Answer::yes) return tested;
+    // One connection's requests are answered in order, and its replies come in order too.
+    const std::lock_guard lock(mutex_);
+    const bool said = std::any_of(replies_.begin(), replies_.end(),
+                                  [&](const auto& reply) { return reply.first == replyKey && reply.second; });
+    return said ? Answer::yes : Answer::no;
+}
+
+bool Service::WaitUntilGone() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, answerTime, [this] { return gone_; });
+}
+
+Service::Answer Service::Await(const char* replyKey) {
+    std::unique_lock lock(mutex_);
+    const auto find = [&] {
+        return std::find_if(replies_.begin(), replies_.end(),
+                            [&](const auto& reply) { return reply.first == replyKey; });
+    };
+    const bool something = changed_.wait_for(lock, answerTime, [&] { return gone_ || find() != replies_.end(); });
+    const auto reply = find();
+    if (reply != replies_.end()) {
+        const bool value = reply->second;
+        replies_.erase(reply);
+        return value ? Answer::yes : Answer::no;
+    }
+    return something ? Answer::gone : Answer::silence;
+}
+
+void Service::EvConnectionError(long, LXPCErrorType) {
+    const std::lock_guard lock(mutex_);
+    gone_ = true;
+    changed_.notify_all();
+}
+
+void Service::EvMessageReceived(long, long, const LList<LXPCDataListable>&) {}
+
+void Service::EvReplyReceived(long, const LList<LXPCDataListable>& items) {
+    const std::lock_guard lock(mutex_);
+    for (const LXPCDataListable* item = items.head; item != nullptr; item = item->next)
+        replies_.emplace_back(item->name, item->value != 0);
+    changed_.notify_all();
+}
+
+void Service::EvMessageSent(long) {}
+
+}  // namespace schedulectl

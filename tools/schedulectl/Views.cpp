@@ -1,0 +1,280 @@
+#include "tools/schedulectl/Views.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "app/LRequestKeys.h"
+#include "tools/schedulectl/Text.h"
+#include "tools/schedulectl/Week.h"
+#include "tools/schedulectl/When.h"
+
+namespace schedulectl {
+namespace {
+
+/// "Orvin" of /opt/Orvin.app.
+std::string ApplicationName(const Schedule& schedule) {
+    std::string name = schedule.appPath;
+    while (name.size() > 1 && name.back() == '/') name.pop_back();
+    name = name.substr(name.rfind('/') + 1);
+    const bool bundle = name.size() > 4 && name.compare(name.size() - 4, 4, ".app") == 0;
+    return Printable(bundle ? name.substr(0, name.size() - 4) : name);
+}
+
+std::string Asked(const Schedule& schedule, Moment now) {
+    return FormatAskedFor(schedule, now);
+}
+
+/// One line above a list: the day, the clock, and the helper's state where it matters.
+std::string Banner(const World& world, const Screen& screen) {
+    const Moment now = world.now();
+    const std::string clock = FormatDay(now, now) + ' ' + FormatClock(SecondOfDay(now) / 60 * 60) + ' ' + ZoneName(now);
+    const char* dot = screen.Glyph(" \u00b7 ", ", ");
+    const auto& since = world.situation.helperSince;
+    if (world.situation.helperRuns) {
+        const std::string age = since ? " for " + FormatSpan(std::max<Moment>(now - *since, 0)) : "";
+        return screen.Paragraph(clock + dot + "helper running" + age, 0, Style::faint) + '\n';
+    }
+    return screen.Paint(Style::faint, clock + dot) + screen.Paint(Style::bad, "no helper is running") + '\n' +
+           screen.Paragraph("Nothing starts until it runs. Try: systemctl --user start schedulehelper", 0,
+                            Style::warning) +
+           '\n';
+}
+
+struct Listed {
+    const Schedule* schedule;
+    Outlook outlook;
+};
+
+/// Soonest first; those that never start last, in the store's order.
+std::vector<Listed> InOrderOfStart(const World& world) {
+    std::vector<Listed> list;
+    for (const Schedule& schedule : world.schedules) list.push_back({&schedule, world.OutlookOf(schedule)});
+    const auto moment = [](const Listed& listed) {
+        return listed.outlook.next ? listed.outlook.next->likely : std::numeric_limits<Moment>::max();
+    };
+    std::stable_sort(list.begin(), list.end(), [&](const Listed& a, const Listed& b) { return moment(a) < moment(b); });
+    return list;
+}
+
+std::string ListFooter(const std::vector<Listed>& list, const Screen& screen) {
+    const auto never = static_cast<size_t>(
+        std::count_if(list.begin(), list.end(), [](const Listed& listed) { return !listed.outlook.next; }));
+    std::string text = Count(list.size(), "schedule");
+    if (never > 0)
+        text += never == list.size() && never > 1 ? ", none of them ever starts"
+                                                  : ", " + std::to_string(never) + " of them never starts";
+    return screen.Paragraph(text + ". Starts come 10 seconds before the time asked for.", 0, Style::faint);
+}
+
+std::string NoSchedules(const Screen& screen) {
+    return screen.Paragraph("No schedules yet.") +
+           screen.Paragraph("Try: schedulectl add Standup --at 09:00 --weekly mon-fri", 0, Style::faint);
+}
+
+std::string Field(const Screen& screen, const std::string& name, const std::string& value, Style style = Style::plain) {
+    return "  " + screen.Paint(Style::faint, Pad(name, 12)) + screen.Paint(style, value) + '\n';
+}
+
+Table StartTable(const std::string& first) {
+    return Table({{first}, {"IN", true}, {"NAME", false, 8}, {"ASKED FOR"}});
+}
+
+std::vector<std::string> MovedNote(const Start& start) {
+    const Moment moved = start.moved();
+    if (moved == 0) return {};
+    return {"clocks change: " + FormatSpan(moved < 0 ? -moved : moved) + (moved < 0 ? " earlier" : " later") +
+            " than asked for, until the helper starts again"};
+}
+
+struct Step {
+    std::string question;
+    bool answer;
+    bool wanted;  // the answer with which the start goes on
+    std::string detail;
+};
+
+std::vector<Step> StepsOf(const Schedule& schedule, const World& world) {
+    const Application& application = world.ApplicationOf(schedule);
+    const Situation& situation = world.situation;
+    const std::vector<Start> coming = ComingStarts(schedule, situation.armedAt(), situation.now, 1);
+    const bool armed = situation.helperRuns && !coming.empty() && application.there;
+    std::string next = coming.empty() ? world.OutlookOf(schedule).never
+                                      : "due " + FormatMoment(coming[0].likely, situation.now) + ", " +
+                                            FormatRelative(coming[0].likely, situation.now);
+    if (!situation.helperRuns) next = coming.empty() ? "no helper runs, and " + next : "no helper runs";
+    const std::string version = application.version.empty() ? "it has none" : "it has " + application.version;
+    return {{"armed", armed, true, next},
+            {"bundle there", application.there, true, Printable(schedule.appPath)},
+            {"already running", application.running, false, application.running ? "so nothing is started" : ""},
+            {std::string("version ") + kMainAppVersion, application.fits, true, version}};
+}
+
+}  // namespace
+
+std::string Describe(const Schedule& schedule, Moment now) {
+    if (!Repeats(schedule)) return "once, " + FormatAsked(AskedMoment(schedule), now);
+    return FormatRepetition(schedule) + " at " + FormatAskedFor(schedule, now);
+}
+
+Report ListReport(const World& world, const Screen& screen, const std::string& command) {
+    Report report{Banner(world, screen), Document(command)};
+    report.json["helper"] = HelperToJson(world);
+    report.json["schedules"] = Json::array();
+    Table table({{"NEXT START"},
+                 {"IN", true},
+                 {"NAME", false, 8},
+                 {"REPEATS"},
+                 {"ASKED FOR"},
+                 {"APPLICATION", false, 5},
+                 {"VERSION"}});
+    const std::vector<Listed> list = InOrderOfStart(world);
+    const Moment now = world.now();
+    for (const auto& [schedule, outlook] : list) {
+        report.json["schedules"].push_back(WithOutlook(*schedule, world));
+        const Application& application = world.ApplicationOf(*schedule);
+        std::vector<std::string> notes = outlook.warnings;
+        if (!outlook.next) notes.insert(notes.begin(), "never: " + outlook.never);
+        const std::string start = outlook.next ? FormatMoment(outlook.next->likely, now) : "never";
+        const std::string span = outlook.next ? FormatSpan(outlook.next->likely - now) : "";
+        const std::string version = !application.there            ? "gone"
+                                    : application.version.empty() ? "none"
+                                                                  : application.version;
+        table.Add({{start, outlook.next ? Style::plain : Style::bad},
+                   {span},
+                   {Printable(schedule->skedName), Style::strong},
+                   {FormatRepetition(*schedule)},
+                   {Asked(*schedule, now)},
+                   {ApplicationName(*schedule)},
+                   {version, application.fits ? Style::plain : Style::bad}},
+                  notes);
+    }
+    report.text += list.empty() ? NoSchedules(screen) : table.Render(screen) + '\n' + ListFooter(list, screen);
+    return report;
+}
+
+Report ShowReport(const World& world, const Screen& screen, const Options& options) {
+    const Schedule& schedule = FindSchedule(world, options.names.at(0), options.app);
+    const Outlook outlook = world.OutlookOf(schedule);
+    const Application& application = world.ApplicationOf(schedule);
+    const Moment now = world.now();
+    const auto count = static_cast<size_t>(options.count);
+    const auto coming =
+        outlook.next ? ComingStarts(schedule, world.situation.armedAt(), now, count) : std::vector<Start>();
+
+    Report report{"", Document("show")};
+    report.json["helper"] = HelperToJson(world);
+    report.json["schedule"] = WithOutlook(schedule, world);
+    report.json["coming"] = Json::array();
+    for (const Start& start : coming) report.json["coming"].push_back(ToJson(start));
+
+    std::string& text = report.text;
+    text = screen.Paint(Style::strong, Printable(schedule.skedName)) + '\n';
+    text += Field(screen, "asked for", Describe(schedule, now));
+    if (outlook.next)
+        text += Field(screen, "next start",
+                      FormatMoment(outlook.next->likely, now) + ", " + FormatRelative(outlook.next->likely, now),
+                      Style::good);
+    else
+        text += Field(screen, "next start", "never: " + outlook.never, Style::bad);
+    const std::string version = application.version.empty() ? "" : ", version " + application.version;
+    text += Field(screen, "application", Printable(schedule.appPath) + (application.there ? version : ", gone"));
+    text += Field(screen, "identifier", Printable(schedule.bundleId));
+    text += Field(screen, "running", application.running ? "yes, so a start would do nothing" : "no");
+    if (!world.situation.helperRuns)
+        text += Field(screen, "helper", "not running: nothing starts until it does", Style::bad);
+    for (const std::string& warning : outlook.warnings) text += screen.Paragraph(warning, 2, Style::warning);
+    if (coming.size() > 1) text += '\n';
+    for (size_t i = 0; coming.size() > 1 && i < coming.size(); ++i) {
+        text += Field(screen, i == 0 ? "coming" : "", FormatMoment(coming[i].likely, now));
+        for (const std::string& note : MovedNote(coming[i])) text += screen.Paragraph(note, 16, Style::warning);
+    }
+    return report;
+}
+
+Report NextReport(const World& world, const Screen& screen, const Options& options) {
+    const Moment now = world.now();
+    Report report{"", Document("next")};
+    report.json["helper"] = HelperToJson(world);
+    report.json["starts"] = Json::array();
+    Table table = StartTable("START");
+    const auto starts =
+        ComingStartsOfAll(world, static_cast<size_t>(options.count), std::numeric_limits<Moment>::max());
+    for (const auto& [schedule, start] : starts) {
+        Json json = ToJson(start);
+        json["name"] = schedule->skedName;
+        json["app"] = schedule->appPath;
+        report.json["starts"].push_back(json);
+        table.Add({{FormatMoment(start.likely, now)},
+                   {FormatSpan(start.likely - now)},
+                   {Printable(schedule->skedName), Style::strong},
+                   {FormatAsked(start.asked, now)}},
+                  MovedNote(start));
+    }
+    if (!world.situation.helperRuns) report.text = Banner(world, screen);
+    report.text += starts.empty() ? screen.Paragraph("Nothing is going to start.") : table.Render(screen);
+    return report;
+}
+
+Report WeekReport(const World& world, const Screen& screen) {
+    const Moment now = world.now();
+    const Civil today = CivilAt(now);
+    const Civil lastDay = PlusDays(today, 7);
+    const Moment end = MomentAt({lastDay.year, lastDay.month, lastDay.day, 0, 0, 0, 0}).value_or(now + weekSeconds);
+    const auto starts = ComingStartsOfAll(world, std::numeric_limits<size_t>::max(), end);
+    Report report{Banner(world, screen), Document("week")};
+    report.json["helper"] = HelperToJson(world);
+    report.json["until"] = ToJson(end);
+    report.json["starts"] = Json::array();
+    std::vector<WeekLine> lines;
+    std::vector<const Schedule*> owners;
+    for (const auto& [schedule, start] : starts) {
+        Json json = ToJson(start);
+        json["name"] = schedule->skedName;
+        json["app"] = schedule->appPath;
+        report.json["starts"].push_back(json);
+        const auto known = std::find(owners.begin(), owners.end(), schedule);
+        const auto place = static_cast<size_t>(known - owners.begin());
+        if (known == owners.end()) {
+            owners.push_back(schedule);
+            lines.push_back({Printable(schedule->skedName), Describe(*schedule, now), {}});
+        }
+        lines[place].starts.push_back(start.likely);
+    }
+    report.text += RenderWeek(lines, now, screen);
+    const size_t others = world.schedules.size() - lines.size();
+    if (others > 0)
+        report.text += '\n' + screen.Paragraph(Count(others, "schedule") + (others == 1 ? " does" : " do") +
+                                                   " not start in these seven days.",
+                                               0, Style::faint);
+    return report;
+}
+
+Report WhyReport(const World& world, const Screen& screen, const Options& options) {
+    const Schedule& schedule = FindSchedule(world, options.names.at(0), options.app);
+    const std::vector<Step> steps = StepsOf(schedule, world);
+    const Outlook outlook = world.OutlookOf(schedule);
+    Report report{"", Document("why")};
+    const auto stop = std::find_if(steps.begin(), steps.end(), [](const Step& s) { return s.answer != s.wanted; });
+    const bool yes = stop == steps.end();
+    report.code = yes ? ExitCode::done : ExitCode::no;
+    report.json["schedule"] = WithOutlook(schedule, world);
+    report.json["answer"] = yes;
+    report.json["steps"] = Json::array();
+    report.text =
+        screen.Paint(Style::strong, Printable(schedule.skedName)) + ", " + Describe(schedule, world.now()) + "\n\n";
+    for (const Step& step : steps) {
+        const bool good = step.answer == step.wanted;
+        report.json["steps"].push_back(
+            {{"question", step.question}, {"answer", step.answer}, {"goesOn", good}, {"detail", step.detail}});
+        report.text += "  " + screen.Paint(good ? Style::good : Style::bad, Pad(step.answer ? "yes" : "no", 4)) + ' ' +
+                       Pad(step.question, 17) + step.detail + '\n';
+    }
+    report.text += '\n' + (yes ? screen.Paint(Style::good, "Yes: ") + "when it falls due, the helper starts " +
+                                     Printable(schedule.appPath) + ".\n"
+                               : screen.Paint(Style::bad, "No: ") + "nothing would be started; \"" + stop->question +
+                                     "\" is answered with " + (stop->answer ? "yes" : "no") + ".\n");
+    for (const std::string& warning : outlook.warnings) report.text += screen.Paragraph(warning, 0, Style::warning);
+    return report;
+}
+
+}  // namespace schedulectl

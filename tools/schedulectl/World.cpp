@@ -1,0 +1,122 @@
+#include "tools/schedulectl/World.h"
+
+#include <AppKit/AppKit.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <Foundation/Foundation.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "app/LCFBundle.h"
+#include "app/LRequestKeys.h"
+#include "tools/schedulectl/Failure.h"
+#include "tools/schedulectl/Text.h"
+
+namespace schedulectl {
+namespace {
+
+struct ReleaseObject {
+    void operator()(CFTypeRef object) const { CFRelease(object); }
+};
+template <typename T>
+using Held = std::unique_ptr<std::remove_pointer_t<T>, ReleaseObject>;
+
+CFBundleRef OpenBundle(const std::string& path) {
+    const Held<CFStringRef> text(CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8));
+    if (!text) return nullptr;
+    const Held<CFURLRef> url(CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text.get(), kCFURLPOSIXPathStyle, 1));
+    return url ? CFBundleCreate(kCFAllocatorDefault, url.get()) : nullptr;
+}
+
+bool SameDirectory(const std::string& a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+}  // namespace
+
+Application LookAtApplication(const std::string& path, const std::string& bundleId) {
+    Application application;
+    application.there = NSFileManager::defaultManager().fileExistsAtPath(path);
+    const LCFBundle bundle(OpenBundle(path));
+    int major = 0, minor = 0;
+    if (!bundle.IsNull() && bundle.GetVersionNumber(major, minor))
+        application.version = std::to_string(major) + "." + std::to_string(minor);
+    application.fits = application.version == kMainAppVersion;
+    for (const NSRunningApplication& running : NSRunningApplication::runningApplicationsWithBundleIdentifier(bundleId))
+        application.running = application.running || SameDirectory(running.bundlePath(), path);
+    return application;
+}
+
+std::string BundleIdentifierOf(const std::string& path) {
+    const Held<CFBundleRef> bundle(OpenBundle(path));
+    if (!bundle) return {};
+    const auto value =
+        static_cast<CFStringRef>(CFBundleGetValueForInfoDictionaryKey(bundle.get(), kCFBundleIdentifierKey));
+    char buffer[kScheduleTextSize] = "";
+    const bool read = value != nullptr && CFStringGetCString(value, buffer, sizeof buffer, kCFStringEncodingUTF8) != 0;
+    return read ? buffer : "";
+}
+
+std::optional<RunningApplication> RunningMainApplication() {
+    for (const NSRunningApplication& running :
+         NSRunningApplication::runningApplicationsWithBundleIdentifier(kMainAppBundleId))
+        if (running.localizedName() == kMainAppName)
+            return RunningApplication{running.bundlePath(), running.processIdentifier()};
+    return std::nullopt;
+}
+
+const Application& World::ApplicationOf(const Schedule& schedule) const {
+    const auto key = std::make_pair(schedule.appPath, schedule.bundleId);
+    const auto known = applications_.find(key);
+    if (known != applications_.end()) return known->second;
+    return applications_[key] = LookAtApplication(schedule.appPath, schedule.bundleId);
+}
+
+Outlook World::OutlookOf(const Schedule& schedule) const {
+    return LookAt(schedule, ApplicationOf(schedule), situation, schedules);
+}
+
+const Schedule& FindSchedule(const World& world, const std::string& name, const std::string& app) {
+    const Schedule* found = nullptr;
+    std::vector<std::string> names;
+    for (const Schedule& schedule : world.schedules) {
+        names.push_back(schedule.skedName);
+        const bool here = schedule.skedName == name &&
+                          (app.empty() || schedule.appPath == app || SameDirectory(app, schedule.appPath));
+        if (!here) continue;
+        if (found != nullptr)
+            throw Failure{ExitCode::usage, "Several applications have a schedule \"" + Printable(name) + "\"",
+                          Printable(found->appPath) + " and " + Printable(schedule.appPath) + ".",
+                          "Say which with --app " + Printable(found->appPath) + "."};
+        found = &schedule;
+    }
+    if (found != nullptr) return *found;
+    const std::vector<std::string> likely = Likely(name, names);
+    throw Failure{ExitCode::notFound, "There is no schedule \"" + Printable(name) + "\"",
+                  !likely.empty() ? DidYouMean(likely)
+                  : names.empty() ? "No schedule is stored at all."
+                                  : "None of the " + std::to_string(names.size()) + " stored has that name.",
+                  "\"schedulectl\" shows all of them.", likely};
+}
+
+std::vector<ScheduledStart> ComingStartsOfAll(const World& world, size_t count, Moment end) {
+    std::vector<ScheduledStart> all;
+    for (const Schedule& schedule : world.schedules) {
+        if (!world.OutlookOf(schedule).next) continue;
+        // At most one start a day, so as many as there are days to `end` is enough.
+        const Moment days = (end - world.now()) / daySeconds + 2;
+        const size_t wanted = std::min(count, static_cast<size_t>(std::clamp<Moment>(days, 1, 1000)));
+        for (const Start& start : ComingStarts(schedule, world.situation.armedAt(), world.now(), wanted))
+            if (start.likely < end) all.push_back({&schedule, start});
+    }
+    std::stable_sort(all.begin(), all.end(),
+                     [](const auto& a, const auto& b) { return a.start.likely < b.start.likely; });
+    all.resize(std::min(all.size(), count));
+    return all;
+}
+
+}  // namespace schedulectl
