@@ -1,6 +1,21 @@
 #include "xpc/LXPCServer.h"
 
 #include <memory>
+#include <mutex>
+#include <vector>
+
+namespace {
+
+/// Owns the listeners of this process. They live as long as it does, so nothing ever takes one out, and no static
+/// destructor touches them while their events may still come.
+void KeepForGood(xpc_connection_t listener) {
+    static std::mutex mutex;
+    static auto* const listeners = new std::vector<xpc_connection_t>;
+    const std::lock_guard lock(mutex);
+    listeners->push_back(listener);
+}
+
+}  // namespace
 
 std::atomic<LXPCServerBase*> LXPCServerBase::pServer{nullptr};
 
@@ -40,6 +55,7 @@ bool LXPCMachServer::Listen(const char* name) {
     const xpc_connection_t listener =
         xpc_connection_create_mach_service(name, dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER);
     if (listener == nullptr) return false;
+    KeepForGood(listener);
     xpc_connection_set_event_handler(listener, [this, link = link_](xpc_object_t event) {
         const PlatformGate::Pass pass(link->gate);
         if (pass) HandleListenerEvent(event);
