@@ -15,8 +15,8 @@
 //         else ++it;
 //     }
 //
-// Neither lists nor iterators lock: a list and everything that walks it belong to one thread at a time. Elements may not be
-// taken out inside a range-for over the list.
+// Neither lists nor iterators lock: a list and everything that walks it belong to one thread at a time. Elements may
+// not be taken out inside a range-for over the list.
 #pragma once
 
 #include <type_traits>
@@ -101,7 +101,6 @@ class LList {
 
   private:
     static void Destroy(T* element) {
-        static_assert(sizeof(T) > 0, "an incomplete element type cannot be destroyed");
         static_assert(!std::is_polymorphic_v<T> || std::has_virtual_destructor_v<T>,
                       "elements of a derived type need a virtual destructor");
         delete element;

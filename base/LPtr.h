@@ -43,7 +43,6 @@ class LPtr {
   private:
     // A destructor may reach back and assign to this pointer: what it left here is destroyed as well.
     void Destroy() {
-        static_assert(sizeof(T) > 0, "an incomplete type cannot be destroyed");
         static_assert(!std::is_polymorphic_v<T> || std::has_virtual_destructor_v<T>,
                       "objects of a derived type need a virtual destructor");
         while (object_ != nullptr) delete Detach();
