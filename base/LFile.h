@@ -26,7 +26,7 @@ class LFile {
     /// The extension, ".gz" for "x/a.tar.gz", "" when there is none. Here ".profile" is all extension.
     static void _GetFileExtensionFromPath(char* out, const char* path);
     /// The first component: "/Volumes" for "/Volumes/Disk/x", "C:" for "C:\dir", "//server" for "//server/share".
-    /// Returns `out`.
+    /// Separators in the first two places do not end it ("a/b" for "a/b/c"). Returns `out`.
     static char* _GetBaseFolderFromPath(char* out, const char* path);
 
     // ---- Putting together

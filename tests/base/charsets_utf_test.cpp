@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "base/LCharsets.h"
+#include "charsets_reference.h"
+#include "guarded.h"
+
+namespace {
+
+using namespace std::string_literals;
+using Units = std::basic_string<unsigned short>;
+
+constexpr size_t most = 1024;
+
+// One text in and whatever comes out, both against the end of their pages.
+class Utf : public testing::Test {
+  protected:
+    const char* put(const std::string& text) { return put(in_, text); }
+
+    template <typename T>
+    static const T* put(Guarded<T>& place, const std::basic_string<T>& text) {
+        T* const at = place.last(text.size() + 1);
+        std::copy_n(text.c_str(), text.size() + 1, at);
+        return at;
+    }
+
+    reference::Decoded decode(const std::string& text, unsigned long limit) {
+        wchar_t* const out = wide_.last(limit);
+        const unsigned long result = LCopyUTF32FromUTF8Native(out, put(text), limit);
+        const std::wstring made = out;
+        return {{made.begin(), made.end()}, result};
+    }
+
+    // The 16-bit form may hold zero units, so it is compared by the units that the reference has.
+    bool decodes16(const std::string& text, unsigned long limit, const reference::Decoded& expected) {
+        unsigned short* const out = units_.last(limit);
+        const unsigned long result = LCopyUnicodeFromUTF8(out, put(text), limit);
+        bool same = result == expected.result && out[expected.text.size()] == 0;
+        for (size_t i = 0; i < expected.text.size(); ++i) {
+            same = same && out[i] == static_cast<unsigned short>(expected.text[i]);
+        }
+        return same;
+    }
+
+    void compare(const std::string& text, unsigned long limit) {
+        SCOPED_TRACE(testing::PrintToString(text) + " limit " + std::to_string(limit));
+        const reference::Decoded expected = reference::decode(text, limit);
+        ASSERT_EQ(decode(text, limit), expected);
+        ASSERT_TRUE(decodes16(text, limit, expected));
+
+        char* const out = bytes_.last(limit);
+        const size_t copied = reference::copied(text, limit);
+        ASSERT_EQ(utf8strlcpy(out, put(text), limit), copied);
+        ASSERT_EQ(out, text.substr(0, copied));
+
+        const std::vector<size_t> places = reference::boundaries(text);
+        ASSERT_EQ(utf8strlen(put(text)), places.size() - 1);
+        ASSERT_EQ(LCharsetsUTF8ByteIndexToCharIndex(put(text), limit), reference::charsBefore(text, limit));
+        ASSERT_EQ(LCharsetsUTF8CharIndexToByteIndex(put(text), limit), places[std::min(limit, places.size() - 1)]);
+    }
+
+    template <typename T>
+    void compareEncoding(Guarded<T>& place, const std::basic_string<T>& text, unsigned long size,
+                         unsigned long (*encode)(char*, const T*, unsigned long)) {
+        char* const out = bytes_.last(size);
+        const unsigned long result = encode(out, put(place, text), size);
+        ASSERT_EQ((reference::Encoded{out, result}), reference::encode(text, size)) << "size " << size;
+    }
+
+    Guarded<char> in_{most}, bytes_{most};
+    Guarded<wchar_t> wide_{most};
+    Guarded<unsigned short> units_{most};
+};
+
+TEST_F(Utf, DecodesByClass) {
+    const struct {
+        const char* in;
+        unsigned long limit;
+        reference::Decoded expected;
+    } cases[] = {
+        {"", 1, {U"", 0}},
+        {"a", 1, {U"", 1}},
+        {"a\xC3\xA9", 3, {U"a", 1}},
+        {"a\xC3\xA9", 4, {U"a\u00E9", 0}},
+        {"a\xC3", 9, {U"a", 2}},                  // cut by the terminator
+        {"a\xC3", 3, {U"a", 1}},                  // the limit comes first
+        {"a\xC0\x80", 9, {U"a", 2}},              // overlong
+        {"a\xED\xA0\x80", 9, {U"a", 2}},          // surrogate
+        {"a\xF4\x90\x80\x80", 9, {U"a", 2}},      // past the end
+        {"a\x80", 9, {U"a", 2}},                  // stray
+        {"a\xF8\x88\x80\x80\x80", 9, {U"a", 2}},  // five bytes
+        {"\xF4\x8F\xBF\xBF\xEF\xBF\xBF\xED\x9F\xBF", 11, {U"\U0010FFFF\uFFFF\uD7FF", 0}},
+    };
+    for (const auto& row : cases) EXPECT_EQ(decode(row.in, row.limit), row.expected) << row.in << ' ' << row.limit;
+    EXPECT_EQ(LCopyUTF32FromUTF8(wide_.last(0), "a", 0), 1u);
+    EXPECT_EQ(LCopyUTF8FromUTF32(bytes_.last(0), L"a", 0), 1u);
+    EXPECT_EQ(LCopyUnicodeFromUTF8(units_.last(0), "a", 0), 1u);
+    EXPECT_EQ(utf8strlcpy(bytes_.last(0), "a", 0), 0u);
+}
+
+// Every combination of the bytes at which a rule changes, alone and where a vector meets them.
+TEST_F(Utf, AgreesOnEveryBoundaryByte) {
+    const std::string bytes =
+        "A\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5\xF7\xF8\xFC\xFF";
+    for (const size_t padding : {0, 15, 59, 61, 63}) {
+        const std::string before(padding, 'x');
+        const std::string after = padding == 0 ? "" : std::string(64, 'y');
+        for (const char a : bytes) {
+            for (const char b : bytes) {
+                for (const char c : bytes) compare(before + a + b + c + after, 200);
+                if (padding != 61) continue;
+                for (const char c : "\x80\x90\xBF"s) compare(before + a + b + "\x80"s + c + after, 200);
+            }
+        }
+    }
+}
+
+std::string randomText(std::mt19937& random, unsigned illFormedIn) {
+    static const std::vector<std::string> pieces[] = {
+        {"a", "plain text, ", "0123456789abcdefghijklmnopqrstuvwxyz"},
+        {"\xC3\xA9", "\xC2\x80", "\xDF\xBF"},
+        {"\xE2\x82\xAC", "\xE6\xBC\xA2\xE5\xAD\x97", "\xEF\xBF\xBF"},
+        {"\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "\xF0\x90\x80\x80"},
+        {"\x80", "\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xED\xA0\x80", "\xC0\x80", "\xFC", "\xF8\x88\x80\x80\x80"}};
+    std::string text;
+    const unsigned kinds = 1 + random() % 4;
+    for (size_t wanted = random() % 300; text.size() < wanted;) {
+        const bool illFormed = illFormedIn != 0 && random() % illFormedIn == 0;
+        const auto& kind = pieces[illFormed ? 4 : random() % kinds];
+        text += kind[random() % kind.size()];
+    }
+    return text;
+}
+
+TEST_F(Utf, AgreesOnMixesAtEveryLimit) {
+    std::mt19937 random(20240229);
+    for (int round = 0; round < 400; ++round) {
+        const std::string text = randomText(random, round % 2 == 0 ? 0 : 60);
+        for (unsigned long limit = 1; limit < text.size() + 8; limit += 1 + random() % 16) compare(text, limit);
+        compare(text, text.size() + 1);
+    }
+}
+
+TEST_F(Utf, EncodesAsTheReference) {
+    std::mt19937 random(7);
+    const uint32_t values[] = {'a',    0x7F,   0x80,    0x7FF,    0x800,    0xD800,     0xDFFF,
+                               0xFFFD, 0xFFFF, 0x10000, 0x10FFFF, 0x110000, 0x80000000, 0xFFFFFFFF};
+    for (int round = 0; round < 400; ++round) {
+        std::wstring wide;
+        Units units;
+        for (size_t count = random() % 80; count > 0; --count) {
+            const auto value =
+                static_cast<uint32_t>(random() % 8 == 0 ? values[random() % std::size(values)] : random() % 128);
+            if (value != 0) wide += static_cast<wchar_t>(value);
+            if (static_cast<unsigned short>(value) != 0) units += static_cast<unsigned short>(value);
+        }
+        for (unsigned long size = 1; size < wide.size() + 12; size += 1 + random() % 5) {
+            compareEncoding(wide_, wide, size, LCopyUTF8FromUTF32Native);
+            compareEncoding(units_, units, size, LCopyUTF8FromUnicode);
+        }
+    }
+    char out[7];
+    EXPECT_EQ(LCopyUTF8FromUTF32(out, L"\u00E9\u00E9\u00E9", 6), 1u);
+    EXPECT_STREQ(out, "\u00E9\u00E9");
+}
+
+TEST_F(Utf, FormsWithoutASizeTake260) {
+    for (const size_t length : {0, 258, 259, 260, 261}) {
+        const std::string text(length, 'a');
+        unsigned short* const units = units_.last(260);
+        LCopyUnicodeFromUTF8(units, put(text));
+        EXPECT_EQ(Units(units), Units(std::min<size_t>(length, 259), 'a'));
+        char* const bytes = bytes_.last(260);
+        LCopyUTF8FromUnicode(bytes, put(units_, Units(length, 'a')));
+        EXPECT_EQ(bytes, text.substr(0, 259));
+    }
+}
+
+TEST_F(Utf, UnitsAndFields) {
+    const wchar_t wide[] = {0x1F600, L'b', 0};
+    unsigned short units[5] = {};
+    EXPECT_EQ(LCopyUnicodeFromUTF32(units, wide, 3), units);
+    EXPECT_EQ(Units(units), (Units{0xF600, 'b'}));
+    wchar_t back[2];
+    LCopyUTF32FromUnicode(back, units, 2);
+    EXPECT_EQ(std::wstring(back), L"\xF600");
+
+    const auto field = [](const Units& text, unsigned long count, bool terminate) {
+        Guarded<unsigned short> out(count + (terminate ? 1 : 0));
+        const unsigned long written = LCopyToBigEndianUnicode(out.data(), text.c_str(), count, terminate);
+        const auto* bytes = reinterpret_cast<const char*>(out.data());
+        return std::string(bytes, 2 * (count + (terminate ? 1 : 0))).substr(0, 2 * written + (terminate ? 2 : 0));
+    };
+    EXPECT_EQ(field({'A', 'B'}, 4, false), "\0A\0B\0 \0 "s);
+    EXPECT_EQ(field({'A', 'B'}, 4, true), "\0A\0B\0\0"s);
+    EXPECT_EQ(field({'A', 'B'}, 1, true), "\0A\0\0"s);
+    EXPECT_EQ(field({'A', 'B'}, 0, true), "\0\0"s);
+    EXPECT_EQ(field({'A', 'B'}, 1, false), "\0A"s);
+}
+
+}  // namespace
