@@ -124,6 +124,7 @@ class Stream final : public Endpoint, private runtime::IoWatcher {
     bool takeFrame(const unsigned char* frame, size_t length) noexcept;
     bool finishReading() noexcept;
     void deliver(Dictionary* message) noexcept;
+    void closeDescriptors() noexcept;
     [[nodiscard]] bool isOverfull() const;
 
     // The queue, or a reply's queue.

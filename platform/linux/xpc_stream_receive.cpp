@@ -43,7 +43,9 @@ bool Stream::readOnce() noexcept {
         endOfData_ = true;
         return finishReading();
     }
-    if (!takeDescriptors(message) || !consume(readBuffer(), static_cast<size_t>(count))) {
+    const bool whole = takeDescriptors(message);
+    if (!whole) closeDescriptors();  // frames that want none are still good, the first that wants one is not
+    if (!consume(readBuffer(), static_cast<size_t>(count)) || !whole) {
         end(End::Invalid);
         return false;
     }
@@ -176,8 +178,12 @@ bool Stream::isOverfull() const {
     return undelivered_ > maxUndeliveredEvents || undeliveredBytes_ > maxUndeliveredBytes;
 }
 
-void Stream::dropInput() noexcept {
+void Stream::closeDescriptors() noexcept {
     while (descriptorCount_ > 0) ::close(descriptors_[--descriptorCount_]);
+}
+
+void Stream::dropInput() noexcept {
+    closeDescriptors();
     std::vector<unsigned char>().swap(kept_);
     keptUsed_ = 0;
     framesLeft_ = false;

@@ -1,0 +1,1 @@
+schedulehelper_fuzz(frame SOURCES frame_fuzz.cpp LIBRARIES platform_core)

@@ -1,0 +1,3 @@
+schedulehelper_test(xpc_dictionary_test SOURCES xpc_dictionary_test.cpp LIBRARIES platform_core)
+schedulehelper_test(xpc_connection_test SOURCES xpc_connection_test.cpp LIBRARIES platform_core LABELS concurrent)
+schedulehelper_test(xpc_service_test SOURCES xpc_service_test.cpp LIBRARIES platform_core)
