@@ -1,7 +1,4 @@
 // Bundles: a directory and the texts of its information dictionary, read once when the object is made.
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
@@ -9,6 +6,7 @@
 
 #include "cf_encodings.h"
 #include "cf_object.h"
+#include "file_status.h"
 #include "info_plist.h"
 
 struct __CFBundle final : CFObject {
@@ -20,10 +18,7 @@ namespace {
 
 bool isDirectory(const std::string& path) {
     struct stat status {};
-    while (stat(path.c_str(), &status) != 0) {
-        if (errno != EINTR) return false;
-    }
-    return S_ISDIR(status.st_mode);
+    return statFile(path, status) && S_ISDIR(status.st_mode);
 }
 
 void addValue(__CFBundle& bundle, const std::string& key, const std::string& value) {

@@ -1,11 +1,10 @@
 #include <CoreServices/CoreServices.h>
-#include <sys/stat.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <new>
 
 #include "cf_object.h"
+#include "file_status.h"
 
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPathStyle style, Boolean) {
     if (path == nullptr || style != kCFURLPOSIXPathStyle) return nullptr;
@@ -26,11 +25,7 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPa
 
 Boolean CFURLGetFSRef(CFURLRef url, FSRef* reference) {
     struct stat status {};
-    int result = 0;
-    do {
-        result = lstat(url->path.c_str(), &status);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) return 0;
+    if (!statLink(url->path, status)) return 0;
     reference->device = status.st_dev;
     reference->inode = status.st_ino;
     return 1;

@@ -45,7 +45,7 @@ StoreResult NSUserDefaultsBody::readFile() {
 StoreResult NSUserDefaultsBody::load() {
     if (path.empty()) path = defaults_place::standardPath();
     if (path.empty()) return StoreResult::unavailable;
-    defaults_place::FileIdentity there;
+    FileIdentity there;
     const FileState state = defaults_place::examine(path, there);
     if (state == FileState::missing) {
         loaded = true;
@@ -71,7 +71,7 @@ StoreResult NSUserDefaultsBody::followFile() {
         const StoreResult result = load();
         if (result != StoreResult::ok) return result;
     }
-    defaults_place::FileIdentity there;
+    FileIdentity there;
     FileState state = defaults_place::examine(path, there);
     if (state == FileState::safe && identity == there) return StoreResult::ok;
 

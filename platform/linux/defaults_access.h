@@ -28,7 +28,7 @@ struct NSUserDefaultsBody {
     defaults::Values values;
     defaults::Store store;
     /// The file whose content the values include; nothing when there was none.
-    std::optional<defaults_place::FileIdentity> identity;
+    std::optional<FileIdentity> identity;
     bool loaded = false;
 
   private:

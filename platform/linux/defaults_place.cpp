@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,17 +37,9 @@ bool isOurs(const struct stat& status) {
     return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-// lstat that no signal cuts short. False with errno set.
-bool look(const std::string& path, struct stat& status) {
-    while (lstat(path.c_str(), &status) != 0) {
-        if (errno != EINTR) return false;
-    }
-    return true;
-}
-
 bool exists(const std::string& path) {
     struct stat status {};
-    return look(path, status) || errno != ENOENT;
+    return statLink(path, status) || errno != ENOENT;
 }
 
 // Moves `from` to `to` without replacing anything. A `from` that is not there is moved already.
@@ -118,25 +109,26 @@ bool makeDirectory(const std::string& directory) {
 
 bool directoryIsSafe(const std::string& directory) {
     struct stat status {};
-    return look(directory, status) && S_ISDIR(status.st_mode) && isOurs(status);
+    return statLink(directory, status) && S_ISDIR(status.st_mode) && isOurs(status);
 }
 
 FileState examine(const std::string& path, FileIdentity& identity) {
     struct stat status {};
     const std::string directory = directoryOf(path);
-    if (!look(directory, status)) return errno == ENOENT || errno == ENOTDIR ? FileState::missing : FileState::unknown;
+    if (!statLink(directory, status))
+        return errno == ENOENT || errno == ENOTDIR ? FileState::missing : FileState::unknown;
     if (!S_ISDIR(status.st_mode) || !isOurs(status)) return FileState::refused;
-    if (!look(path, status)) return errno == ENOENT ? FileState::missing : FileState::unknown;
+    if (!statLink(path, status)) return errno == ENOENT ? FileState::missing : FileState::unknown;
     if (!S_ISREG(status.st_mode) || !isOurs(status) || status.st_nlink != 1) return FileState::refused;
-    identity = {status.st_dev, status.st_ino};
+    identity = identityOf(status);
     return FileState::safe;
 }
 
 void closeToOthers(const std::string& path) {
     struct stat status {};
     const std::string directory = directoryOf(path);
-    if (look(directory, status) && (status.st_mode & 077) != 0) (void)chmod(directory.c_str(), 0700);
-    if (look(path, status) && (status.st_mode & 077) != 0) (void)chmod(path.c_str(), 0600);
+    if (statLink(directory, status) && (status.st_mode & 077) != 0) (void)chmod(directory.c_str(), 0700);
+    if (statLink(path, status) && (status.st_mode & 077) != 0) (void)chmod(path.c_str(), 0600);
 }
 
 bool createFile(const std::string& path) {

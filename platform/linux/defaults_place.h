@@ -5,10 +5,10 @@
 // a file of ours that others may merely read is closed to them. Nothing outside the store's own folder is touched.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
+
+#include "file_status.h"
 
 namespace defaults_place {
 
@@ -27,13 +27,6 @@ bool makeDirectory(const std::string& directory);
 bool directoryIsSafe(const std::string& directory);
 
 enum class FileState { missing, safe, refused, unknown };
-
-/// What tells one file from another that takes its name.
-struct FileIdentity {
-    uint64_t device = 0;
-    uint64_t inode = 0;
-    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
-};
 
 /// Looks at the file and its folder. `identity` is set when it is safe.
 FileState examine(const std::string& path, FileIdentity& identity);

@@ -26,7 +26,7 @@ ReadResult resultOf(StoreResult result, defaults::Store::Schema schema) {
 // While nobody runs, a shared lock keeps a helper from starting in the midst of the reading: without its log's files
 // the store is read without locks.
 ReadResult readInto(defaults::Values& values, const std::string& path) {
-    defaults_place::FileIdentity identity;
+    FileIdentity identity;
     switch (path.empty() ? defaults_place::FileState::missing : defaults_place::examine(path, identity)) {
         case defaults_place::FileState::missing:
             return ReadResult::missing;

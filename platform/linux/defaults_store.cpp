@@ -1,9 +1,10 @@
 #include "defaults_store.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+
+#include "file_status.h"
 
 namespace defaults {
 
@@ -38,14 +39,10 @@ std::string_view typeOf(NSNumber number) {
     return number.isBool() ? kBooleanType : kIntegerType;
 }
 
-bool fileHasContent(const std::string& path) {
+// The file's size; -1 when it is not there.
+int64_t sizeOf(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && status.st_size > 0;
-}
-
-bool fileExists(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
+    return statLink(path, status) ? int64_t{status.st_size} : -1;
 }
 
 // The number in a row's type and value columns; false when they do not make one.
@@ -70,7 +67,7 @@ StoreResult Store::open(const std::string& path, SqliteDatabase::Mode mode) {
     if (result == StoreResult::ok) {
         // A reader waits longer than a writer: it is asked once, at the start, while a writer can come again.
         database_.setBusyTimeout(2000);
-        result = checkSchema();
+        result = checkSchema(path);
     }
     if (result != StoreResult::ok) database_.close();
     return result;
@@ -82,15 +79,15 @@ StoreResult Store::openBesideWriter(const std::string& path) {
     close();
     StoreResult result = database_.open(path, SqliteDatabase::Mode::readOnly);
     if (result != StoreResult::ok) return result;
-    if (database_.usesLog() && !(fileExists(path + "-wal") && fileExists(path + "-shm"))) {
-        if (fileHasContent(path + "-wal")) {
+    if (database_.usesLog() && (sizeOf(path + "-wal") < 0 || sizeOf(path + "-shm") < 0)) {
+        if (sizeOf(path + "-wal") > 0) {
             close();
             return StoreResult::unavailable;
         }
         return open(path, SqliteDatabase::Mode::immutable);
     }
     database_.setBusyTimeout(2000);
-    result = checkSchema();
+    result = checkSchema(path);
     if (result != StoreResult::ok) database_.close();
     return result;
 }
@@ -101,7 +98,7 @@ void Store::close() {
     readyToWrite_ = false;
 }
 
-StoreResult Store::checkSchema() {
+StoreResult Store::checkSchema(const std::string& path) {
     schema_ = Schema::unknown;
     int64_t application = 0;
     int64_t version = 0;
@@ -112,6 +109,9 @@ StoreResult Store::checkSchema() {
     if (result != StoreResult::ok) return result;
 
     if (application == 0 && version == 0 && objects == 0) {
+        // A few bytes, less than the smallest page, pass for an empty database; they are somebody's, though.
+        const int64_t size = sizeOf(path);
+        if (size > 0 && size < 512) return StoreResult::damaged;
         schema_ = Schema::empty;
         return StoreResult::ok;
     }

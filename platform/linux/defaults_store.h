@@ -45,7 +45,7 @@ class Store {
         SqliteStatement deleteScalars, deleteEntries, deleteMembers, deleteMember;
     };
 
-    StoreResult checkSchema();
+    StoreResult checkSchema(const std::string& path);
     StoreResult createSchema();
     StoreResult chooseJournal();
     StoreResult prepareStatements();

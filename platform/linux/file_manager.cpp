@@ -1,7 +1,6 @@
 #include <Foundation/Foundation.h>
-#include <sys/stat.h>
 
-#include <cerrno>
+#include "file_status.h"
 
 NSFileManager& NSFileManager::defaultManager() {
     static NSFileManager manager;
@@ -10,8 +9,5 @@ NSFileManager& NSFileManager::defaultManager() {
 
 bool NSFileManager::fileExistsAtPath(const NSString& path) const {
     struct stat status {};
-    while (stat(path.c_str(), &status) != 0) {
-        if (errno != EINTR) return false;
-    }
-    return true;
+    return statFile(path, status);
 }

@@ -19,6 +19,7 @@ add_library(platform_foundation STATIC
     defaults_values.cpp
     dictionary.cpp
     file_manager.cpp
+    file_status.cpp
     gestalt.cpp
     info_plist.cpp
     info_plist_guard.cpp

@@ -37,8 +37,7 @@ UniqueFd openFile(const std::string& path, int flags) {
 bool isStillThere(const std::string& path, int fd) {
     struct stat byName {};
     struct stat byDescriptor {};
-    return lstat(path.c_str(), &byName) == 0 && fstat(fd, &byDescriptor) == 0 && byName.st_ino == byDescriptor.st_ino &&
-           byName.st_dev == byDescriptor.st_dev;
+    return statLink(path, byName) && fstat(fd, &byDescriptor) == 0 && identityOf(byName) == identityOf(byDescriptor);
 }
 
 bool tryLock(int fd, int kind) {

@@ -3,15 +3,15 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/epoll.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #include "runtime.h"
@@ -19,45 +19,81 @@
 
 namespace {
 
-// Collects one child when it ends: its pidfd becomes readable, on the io thread.
-class ChildWatcher final : public runtime::IoWatcher {
+// One child. Once it runs its pidfd is watched: that becomes readable, on the io thread, when it has ended.
+class Child final : public runtime::IoWatcher {
   public:
-    explicit ChildWatcher(int pidfd) : pidfd_(pidfd) {}
+    explicit Child(FileIdentity startedFor) : application(startedFor) {}
+    void ready(uint32_t events) noexcept override;
 
-    void ready(uint32_t) noexcept override {
-        siginfo_t info{};
-        if (waitid(P_PIDFD, static_cast<id_t>(pidfd_.get()), &info, WEXITED | WNOHANG) == 0 && info.si_pid == 0) return;
-        runtime::IoLoop::shared().forget(pidfd_.get(), this);
-        delete this;
-    }
-
-  private:
-    UniqueFd pidfd_;
+    const FileIdentity application;
+    pid_t pid = 0;  // 0 while it is being started
+    UniqueFd pidfd;
+    bool unwatched = false;
 };
 
-// Children for which no descriptor could be had. They are collected at the next launch; till then an ended one stays in
-// the process table, which costs little and blocks nobody.
-class Unwatched {
+// Every child that was not collected yet. A child is collected and forgotten under one lock, so a pid in the list is
+// that child's and nobody else's. The lock is held for moments only, since the io thread takes it.
+class Children {
   public:
-    static Unwatched& shared() {
-        static Unwatched& list = *new Unwatched;
+    static Children& shared() {
+        static Children& list = *new Children;
         return list;
     }
 
-    void collect() {
+    Child* add(FileIdentity application) {
+        auto child = std::make_unique<Child>(application);
         const std::lock_guard lock(mutex_);
-        std::erase_if(pids_, [](pid_t pid) { return waitpid(pid, nullptr, WNOHANG) != 0; });
-        pids_.reserve(pids_.size() + 1);  // so that add cannot fail
+        list_.push_back(std::move(child));
+        return list_.back().get();
     }
-    void add(pid_t pid) {
+
+    void started(Child* child, pid_t pid) {
         const std::lock_guard lock(mutex_);
-        pids_.push_back(pid);
+        child->pid = pid;
+    }
+
+    // No descriptor could be had for it. It is collected at the next launch; till then it stays in the process table,
+    // which costs little and blocks nobody.
+    void leaveUnwatched(Child* child) {
+        const std::lock_guard lock(mutex_);
+        child->unwatched = true;
+    }
+
+    void remove(Child* child) {
+        const std::lock_guard lock(mutex_);
+        if (child->pid != 0) (void)waitpid(child->pid, nullptr, WNOHANG);
+        std::erase_if(list_, [child](const std::unique_ptr<Child>& each) { return each.get() == child; });
+    }
+
+    void collectUnwatched() {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(list_, [](const std::unique_ptr<Child>& each) {
+            return each->unwatched && waitpid(each->pid, nullptr, WNOHANG) != 0;
+        });
+    }
+
+    bool anyRuns(FileIdentity application) {
+        const std::lock_guard lock(mutex_);
+        return std::any_of(list_.begin(), list_.end(), [application](const std::unique_ptr<Child>& each) {
+            return each->application == application && each->pid != 0 && !hasEnded(each->pid);
+        });
     }
 
   private:
+    static bool hasEnded(pid_t pid) {
+        siginfo_t info{};
+        const int result = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+        return result != 0 || info.si_pid != 0;
+    }
+
     std::mutex mutex_;
-    std::vector<pid_t> pids_;
+    std::vector<std::unique_ptr<Child>> list_;
 };
+
+void Child::ready(uint32_t) noexcept {
+    runtime::IoLoop::shared().forget(pidfd.get(), this);
+    Children::shared().remove(this);
+}
 
 class SpawnSettings {
   public:
@@ -93,8 +129,7 @@ class SpawnSettings {
 
     // 0 or an error number.
     int spawn(const std::string& executable, pid_t& pid) {
-        std::string name = executable;
-        char* const arguments[] = {name.data(), nullptr};
+        char* const arguments[] = {const_cast<char*>(executable.c_str()), nullptr};  // the call changes none
         return posix_spawn(&pid, executable.c_str(), &actions_, &attributes_, arguments, environ);
     }
 
@@ -104,32 +139,34 @@ class SpawnSettings {
     bool ok_ = false;
 };
 
-void watchChild(pid_t pid) {
-    const int pidfd = pidfd_open(pid, 0);
-    if (pidfd < 0) return Unwatched::shared().add(pid);
-    auto* watcher = new (std::nothrow) ChildWatcher(pidfd);
-    if (watcher == nullptr) {
-        close(pidfd);
-        return Unwatched::shared().add(pid);
-    }
-    if (!runtime::IoLoop::shared().watch(pidfd, EPOLLIN, watcher)) {
-        delete watcher;
-        Unwatched::shared().add(pid);
-    }
+void watch(Child* child, pid_t pid) {
+    Children::shared().started(child, pid);
+    // Not the library's own pidfd_open: its header forgets that it may be read as C++.
+    child->pidfd.reset(static_cast<int>(syscall(SYS_pidfd_open, pid, 0U)));
+    const bool watched = child->pidfd && runtime::IoLoop::shared().watch(child->pidfd.get(), EPOLLIN, child);
+    if (!watched) Children::shared().leaveUnwatched(child);
 }
 
 }  // namespace
 
-bool launchDetached(const std::string& executable) {
-    Unwatched::shared().collect();
+bool launchDetached(const std::string& executable, FileIdentity application) {
+    Children::shared().collectUnwatched();
     SpawnSettings settings;
-    pid_t pid = 0;
     if (!settings.fill()) return false;
+    Child* child = Children::shared().add(application);
+    pid_t pid = 0;
     int error = 0;
     do {
         error = settings.spawn(executable, pid);
     } while (error == EINTR);
-    if (error != 0) return false;
-    watchChild(pid);
+    if (error != 0) {
+        Children::shared().remove(child);
+        return false;
+    }
+    watch(child, pid);
     return true;
+}
+
+bool launchedChildRuns(FileIdentity application) {
+    return Children::shared().anyRuns(application);
 }

@@ -1,36 +1,17 @@
 #include <AppKit/AppKit.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <condition_variable>
-#include <cstdlib>
-#include <memory>
 #include <mutex>
 #include <new>
 
-#include "defaults_place.h"
+#include "file_status.h"
 #include "info_plist.h"
 #include "launch.h"
 #include "processes.h"
 
 namespace {
-
-using defaults_place::FileIdentity;
-
-bool look(const std::string& path, struct stat& status) {
-    while (stat(path.c_str(), &status) != 0) {
-        if (errno != EINTR) return false;
-    }
-    return true;
-}
-
-std::string resolved(const std::string& path) {
-    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-    return real == nullptr ? std::string() : std::string(real.get());
-}
 
 // One launch at a time for each bundle, whatever path leads to it. Launches of different bundles do not wait for each
 // other.
@@ -66,10 +47,11 @@ class BundleTurn {
 };
 
 bool isRunning(FileIdentity bundle) {
+    if (launchedChildRuns(bundle)) return true;
     const std::vector<ApplicationProcess> running = findApplicationProcesses();
     return std::any_of(running.begin(), running.end(), [bundle](const ApplicationProcess& process) {
         struct stat status {};
-        return look(process.bundlePath, status) && FileIdentity{status.st_dev, status.st_ino} == bundle;
+        return statFile(process.bundlePath, status) && identityOf(status) == bundle;
     });
 }
 
@@ -92,22 +74,22 @@ std::string executableOf(const std::string& bundle) {
     const std::string folder = bundle + "/Contents/MacOS/";
     std::string executable = folder + *name;
     struct stat status {};
-    if (resolved(executable).compare(0, folder.size(), folder) != 0) return {};
-    if (!look(executable, status) || !S_ISREG(status.st_mode) || access(executable.c_str(), X_OK) != 0) return {};
+    if (resolvedPath(executable).compare(0, folder.size(), folder) != 0) return {};
+    if (!statFile(executable, status) || !S_ISREG(status.st_mode) || access(executable.c_str(), X_OK) != 0) return {};
     return executable;
 }
 
 bool launch(const NSString& path) {
     if (path.empty() || path.front() != '/') return false;
     // A bundle of another name would start but never be recognised as running, and so start again and again.
-    const std::string bundle = resolved(path);
+    const std::string bundle = resolvedPath(path);
     struct stat status {};
-    if (!endsInApp(bundle) || !look(bundle, status) || !S_ISDIR(status.st_mode)) return false;
-    const FileIdentity identity{status.st_dev, status.st_ino};
+    if (!endsInApp(bundle) || !statFile(bundle, status) || !S_ISDIR(status.st_mode)) return false;
+    const FileIdentity identity = identityOf(status);
     const BundleTurn turn(identity);
     if (isRunning(identity)) return true;
     const std::string executable = executableOf(bundle);
-    return !executable.empty() && launchDetached(executable);
+    return !executable.empty() && launchDetached(executable, identity);
 }
 
 }  // namespace

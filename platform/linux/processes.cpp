@@ -10,11 +10,11 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <tuple>
 
+#include "file_status.h"
 #include "info_plist.h"
 #include "unique_fd.h"
 
@@ -52,11 +52,6 @@ std::string readText(int directory, const char* name, size_t limit) {
 std::string withoutDeletedMark(std::string path) {
     if (endsWith(path, kDeleted)) path.resize(path.size() - kDeleted.size());
     return path;
-}
-
-std::string resolved(const std::string& path) {
-    const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-    return real == nullptr ? std::string() : std::string(real.get());
 }
 
 // One process, read through its own folder: once that is open, every name in it means this process or fails, even when
@@ -97,7 +92,7 @@ class Process {
     static std::string bundleOfScript(const std::string& path) {
         // Most arguments of most processes end here, without a look at the disk.
         if (path.find("/MacOS/") == std::string::npos) return {};
-        const std::string script = resolved(path);
+        const std::string script = resolvedPath(path);
         std::string bundle = processes::bundleOfExecutable(script);
         if (bundle.empty()) return {};
         const InfoPlist plist = InfoPlist::ofBundle(bundle);
