@@ -67,7 +67,7 @@ std::string OptionName(const CLI::Option& option) {
     for (const std::string& name : option.get_snames()) names.push_back("-" + name);
     for (const std::string& name : option.get_lnames()) names.push_back("--" + name);
     const bool value = option.get_items_expected_max() > 0;
-    return Join(names, ", ") + (value ? " " + option.get_type_name() : "");
+    return Join(names, ", ") + (value ? " " + option.get_type_name().substr(0, option.get_type_name().find(':')) : "");
 }
 
 std::string OptionLines(const CLI::App& app) {
@@ -138,7 +138,7 @@ struct Grammar {
         app.add_flag("--json", options.json, "One JSON document instead of text, errors too");
         app.add_option("--color", color, "auto, always or never; NO_COLOR is heeded")
             ->check(CLI::IsMember({"auto", "always", "never"}))
-            ->type_name("WHEN");
+            ->type_name("WISH");
         for (const CommandRow& row : CommandTable()) {
             CLI::App* sub = app.add_subcommand(row.name, row.summary)->fallthrough();
             DefineOptions(*sub, row, options);

@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <cstdlib>
 #include <fstream>
 
 #include "tools/schedulectl/Text.h"
 #include "tools/schedulectl/Views.h"
 #include "tools/schedulectl/When.h"
+#include "tools/schedulectl/Writes.h"
 
 namespace schedulectl {
 namespace {
@@ -31,7 +33,7 @@ Schedule PlannedSchedule(const Options& options, Moment armed) {
     schedule.daily = options.daily;
     schedule.weekly = options.weekly.has_value();
     if (options.weekly) schedule.weekDays.mask = ParseDays(*options.weekly);
-    schedule.start.seconds = static_cast<long>(ParseWhen(options.at, armed).moment - earlySeconds);
+    schedule.start.seconds = EarlyStart(ParseWhen(options.at, armed).moment);
     return schedule;
 }
 

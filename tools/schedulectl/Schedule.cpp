@@ -49,20 +49,9 @@ std::string WhyNotLaunched(const Schedule& schedule, const Application& applicat
     return Printable(schedule.appPath) + " has " + version + ", the helper starts only " + kMainAppVersion;
 }
 
-void WarnOfSharedTimer(const Schedule& schedule, const std::vector<Schedule>& all, std::vector<std::string>& warnings) {
-    for (const Schedule& other : all) {
-        const bool sameButCase = EqualIgnoringCase(schedule.skedName, other.skedName) &&
-                                 EqualIgnoringCase(schedule.appPath, other.appPath) &&
-                                 EqualIgnoringCase(schedule.bundleId, other.bundleId);
-        const bool same = schedule.skedName == other.skedName && schedule.appPath == other.appPath &&
-                          schedule.bundleId == other.bundleId;
-        if (!sameButCase || same) continue;
-        warnings.push_back("Differs from " +
-                           Quoted(other.skedName == schedule.skedName ? other.appPath : other.skedName) +
-                           " only in case: the two share a timer until the helper starts again, and only the one added "
-                           "last starts.");
-        return;
-    }
+std::string WarningOfSharedTimer(const Schedule& schedule, const Schedule& twin) {
+    return "Differs from " + Quoted(twin.skedName == schedule.skedName ? twin.appPath : twin.skedName) +
+           " only in case: adding or deleting one takes the other's timer away until the helper starts again.";
 }
 
 void WarnOfClocks(const Outlook& outlook, const Schedule& schedule, const Situation& situation,
@@ -131,8 +120,12 @@ bool StartsADayLate(const Schedule& schedule) {
     return KeepsWeekdays(schedule) && SecondOfDay(AskedMoment(schedule)) < earlySeconds;
 }
 
+std::string SharedTimerKey(const Schedule& schedule) {
+    return Lower(schedule.bundleId) + '\n' + Lower(schedule.appPath) + '\n' + Lower(schedule.skedName);
+}
+
 Outlook LookAt(const Schedule& schedule, const Application& application, const Situation& situation,
-               const std::vector<Schedule>& all) {
+               const Schedule* twin) {
     Outlook outlook;
     const std::vector<Start> coming = ComingStarts(schedule, situation.armedAt(), situation.now, 1);
     const std::string notLaunched = WhyNotLaunched(schedule, application, situation);
@@ -148,7 +141,7 @@ Outlook LookAt(const Schedule& schedule, const Application& application, const S
             "Starts almost a day late: early by ten seconds, it has the time of day of the day "
             "before but keeps its weekday. Ask for 00:00:10 instead.");
     WarnOfClocks(outlook, schedule, situation, outlook.warnings);
-    WarnOfSharedTimer(schedule, all, outlook.warnings);
+    if (twin != nullptr) outlook.warnings.push_back(WarningOfSharedTimer(schedule, *twin));
     return outlook;
 }
 

@@ -77,8 +77,11 @@ struct Situation {
     [[nodiscard]] bool offsetChanged() const { return OffsetAt(armedAt()) != OffsetAt(now); }
 };
 
-/// `all` are the stored schedules, for those that share a timer because their names differ in nothing but case.
+/// `twin` is another stored schedule whose texts differ from these in nothing but case, null when there is none.
 Outlook LookAt(const Schedule& schedule, const Application& application, const Situation& situation,
-               const std::vector<Schedule>& all);
+               const Schedule* twin);
+
+/// The identity of `schedule` with case apart: schedules that agree in it share one timer in the helper's memory.
+std::string SharedTimerKey(const Schedule& schedule);
 
 }  // namespace schedulectl

@@ -1,6 +1,7 @@
 #include "tools/schedulectl/Screen.h"
 
 #include <langinfo.h>
+#include <locale.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -38,6 +39,15 @@ bool IsSet(const char* name) {
     return value != nullptr && value[0] != '\0';
 }
 
+/// By the user's locale, which the process itself does not use.
+bool UserReadsUtf8() {
+    const locale_t locale = newlocale(LC_CTYPE_MASK, "", nullptr);
+    if (locale == nullptr) return false;
+    const bool utf8 = std::string_view(nl_langinfo_l(CODESET, locale)) == "UTF-8";
+    freelocale(locale);
+    return utf8;
+}
+
 size_t TerminalColumns(int fd) {
     winsize size{};
     if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
@@ -54,8 +64,7 @@ Screen Screen::Of(int fd, ColorChoice choice) {
     const bool dumb = term == nullptr || std::string_view(term) == "dumb";
     const bool wanted = terminal && !dumb && !IsSet("NO_COLOR");
     const bool colors = choice == ColorChoice::always || (choice == ColorChoice::automatic && wanted);
-    const bool unicode = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
-    return {terminal ? TerminalColumns(fd) : 0, colors, unicode};
+    return {terminal ? TerminalColumns(fd) : 0, colors, UserReadsUtf8()};
 }
 
 std::string Screen::Paint(Style style, std::string_view text) const {

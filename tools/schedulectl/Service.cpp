@@ -13,24 +13,31 @@ constexpr unsigned long connectionId = 1;
 }
 
 Request& Request::Text(const char* key, const std::string& value) {
-    texts_.push_back(value);
-    items_.emplace_back(key, LXPCDataTypeString, LXPCAddress(texts_.back().c_str()));
+    items_.push_back({key, LXPCDataTypeString, 0, value});
     return *this;
 }
 
 Request& Request::Flag(const char* key, bool value) {
-    items_.emplace_back(key, LXPCDataTypeBool, value ? 1 : 0);
+    items_.push_back({key, LXPCDataTypeBool, value ? 1 : 0, {}});
     return *this;
 }
 
 Request& Request::Date(const char* key, Moment value) {
-    items_.emplace_back(key, LXPCDataTypeDate, static_cast<long>(value));
+    items_.push_back({key, LXPCDataTypeDate, static_cast<long>(value), {}});
     return *this;
 }
 
 Request& Request::Number(const char* key, unsigned value) {
-    items_.emplace_back(key, LXPCDataTypeUInt64, static_cast<long>(value));
+    items_.push_back({key, LXPCDataTypeUInt64, static_cast<long>(value), {}});
     return *this;
+}
+
+std::vector<LXPCData> Request::Items() const {
+    std::vector<LXPCData> items;
+    for (const Item& item : items_)
+        items.emplace_back(item.key, item.type,
+                           item.type == LXPCDataTypeString ? LXPCAddress(item.text.c_str()) : item.number);
+    return items;
 }
 
 Service::Service() : client_(this) {
@@ -42,12 +49,17 @@ Service::~Service() {
     client_.Disconnect(kServiceName, connectionId);
 }
 
+void Service::SendItems(const Request& request, bool wantReply) {
+    const std::vector<LXPCData> items = request.Items();
+    client_.SendMessage(kServiceName, connectionId, items.data(), items.size(), wantReply);
+}
+
 void Service::Send(const Request& request) {
-    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), false);
+    SendItems(request, false);
 }
 
 Service::Answer Service::Ask(const Request& request, const char* replyKey) {
-    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), true);
+    SendItems(request, true);
     return Await(replyKey);
 }
 
@@ -56,9 +68,9 @@ Service::Answer Service::Test() {
 }
 
 Service::Answer Service::AskOrSilence(const Request& request, const char* replyKey) {
-    client_.SendMessage(kServiceName, connectionId, request.items().data(), request.items().size(), true);
+    SendItems(request, true);
     const Request test = Request().Flag(kKeyTestConnection);
-    client_.SendMessage(kServiceName, connectionId, test.items().data(), test.items().size(), true);
+    SendItems(test, true);
     const Answer tested = Await(kReplyTestConnection);
     if (tested != Answer::yes) return tested;
     // One connection's requests are answered in order, and its replies come in order too.

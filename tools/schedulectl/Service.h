@@ -22,11 +22,17 @@ class Request {
     Request& Flag(const char* key, bool value = true);
     Request& Date(const char* key, Moment value);
     Request& Number(const char* key, unsigned value);
-    [[nodiscard]] const std::vector<LXPCData>& items() const { return items_; }
+    /// The items as the transport takes them; their texts are this object's.
+    [[nodiscard]] std::vector<LXPCData> Items() const;
 
   private:
-    std::deque<std::string> texts_;
-    std::vector<LXPCData> items_;
+    struct Item {
+        const char* key;
+        LXPCDataType type;
+        long number;
+        std::string text;
+    };
+    std::vector<Item> items_;
 };
 
 /// How long to wait for an answer; a helper that is alive answers in well under a millisecond.
@@ -58,6 +64,7 @@ class Service : private LXPCEventNotify {
     void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override;
     void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override;
     void EvMessageSent(long connection) override;
+    void SendItems(const Request& request, bool wantReply);
     Answer Await(const char* replyKey);
 
     std::mutex mutex_;

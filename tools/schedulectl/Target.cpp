@@ -1,6 +1,7 @@
 // Which application a write concerns, and what must hold before anything is sent.
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 
 #include "app/LRequestKeys.h"
 #include "tools/schedulectl/Text.h"
@@ -52,6 +53,12 @@ Target FindTarget(const World& world, const Options& options) {
     throw Failure{ExitCode::usage, "Which application is it for?", why,
                   "Name its bundle with --app, as in --app " +
                       (stored.empty() ? "/opt/Orvin.app" : Printable(stored[0].app)) + "."};
+}
+
+long EarlyStart(Moment asked) {
+    if (asked <= std::numeric_limits<long>::max()) return static_cast<long>(asked - earlySeconds);
+    throw Failure{ExitCode::refused, "That moment is too far away", "This system counts moments with fewer digits.",
+                  "Name an earlier one."};
 }
 
 void CheckBeforeSending(const Schedule& schedule, const World& world) {

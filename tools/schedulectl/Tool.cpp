@@ -88,7 +88,8 @@ int ReportFailure(const Failure& failure, bool json, ColorChoice color, const st
         Print(Dump(ToJson(failure, command)));
     } else {
         const Screen screen = Screen::Of(STDERR_FILENO, color);
-        const std::string text = screen.Paint(Style::bad, "schedulectl: ") + failure.what + ".\n  " +
+        const std::string end = failure.what.empty() || failure.what.back() == '?' ? "\n" : ".\n";
+        const std::string text = screen.Paint(Style::bad, "schedulectl: ") + failure.what + end + "  " +
                                  screen.Paint(Style::faint, "why: ") + failure.why + "\n  " +
                                  screen.Paint(Style::faint, "try: ") + failure.remedy + '\n';
         (void)fwrite(text.data(), 1, text.size(), stderr);

@@ -74,7 +74,16 @@ class Picture {
         const Moment noon = MomentAt({civil.year, civil.month, civil.day, 12, 0, 0, 0}).value_or(now_);
         const std::string label = Pad(CutToWidth(FormatDay(noon, noon), labelColumns - 1, false), labelColumns);
         std::string line = screen_.Paint(day == 0 ? Style::strong : Style::plain, label);
-        for (size_t column = 0; column < 24 * perHour_; ++column) line += At({day, column});
+        std::string blanks;  // kept back, so that no line ends with them
+        for (size_t column = 0; column < 24 * perHour_; ++column) {
+            const std::string place = At({day, column});
+            if (place == " ") {
+                blanks += ' ';
+                continue;
+            }
+            line += blanks + place;
+            blanks.clear();
+        }
         return line + '\n';
     }
 

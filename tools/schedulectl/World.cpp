@@ -76,8 +76,21 @@ const Application& World::ApplicationOf(const Schedule& schedule) const {
     return applications_[key] = LookAtApplication(schedule.appPath, schedule.bundleId);
 }
 
+const Schedule* World::TwinOf(const Schedule& schedule) const {
+    if (places_.empty())
+        for (size_t i = 0; i < schedules.size(); ++i) places_.emplace(SharedTimerKey(schedules[i]), i);
+    const auto [first, last] = places_.equal_range(SharedTimerKey(schedule));
+    for (auto place = first; place != last; ++place) {
+        const Schedule& other = schedules[place->second];
+        const bool same = other.bundleId == schedule.bundleId && other.appPath == schedule.appPath &&
+                          other.skedName == schedule.skedName;
+        if (!same) return &other;
+    }
+    return nullptr;
+}
+
 Outlook World::OutlookOf(const Schedule& schedule) const {
-    return LookAt(schedule, ApplicationOf(schedule), situation, schedules);
+    return LookAt(schedule, ApplicationOf(schedule), situation, TwinOf(schedule));
 }
 
 const Schedule& FindSchedule(const World& world, const std::string& name, const std::string& app) {

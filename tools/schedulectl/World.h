@@ -3,6 +3,8 @@
 
 #include <map>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tools/schedulectl/Failure.h"
@@ -30,7 +32,11 @@ struct World {
     [[nodiscard]] const Application& ApplicationOf(const Schedule& schedule) const;
     [[nodiscard]] Outlook OutlookOf(const Schedule& schedule) const;
 
+    /// Another stored schedule that shares its timer, null when there is none.
+    [[nodiscard]] const Schedule* TwinOf(const Schedule& schedule) const;
+
   private:
+    mutable std::unordered_multimap<std::string, size_t> places_;  // by SharedTimerKey, filled at first use
     mutable std::map<std::pair<std::string, std::string>, Application> applications_;
 };
 

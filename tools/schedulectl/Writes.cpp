@@ -1,7 +1,6 @@
 #include "tools/schedulectl/Writes.h"
 
 #include <algorithm>
-#include <limits>
 
 #include "app/LRequestKeys.h"
 #include "tools/schedulectl/Confirm.h"
@@ -20,22 +19,18 @@ bool SameIdentity(const Schedule& a, const Schedule& b) {
 }
 
 Schedule WantedSchedule(const World& world, const Options& options) {
-    const Target target = FindTarget(world, options);
-    const When when = ParseWhen(options.at, world.now());
-    if (when.moment > std::numeric_limits<long>::max() - earlySeconds)
-        throw Failure{ExitCode::refused, "That moment is too far away", "This system counts moments in fewer bits.",
-                      "Name an earlier one."};
     Schedule schedule;
-    schedule.bundleId = target.bundleId;
-    schedule.appPath = target.app;
     schedule.skedName = options.names.at(0);
-    schedule.start.seconds = static_cast<long>(when.moment - earlySeconds);
-    schedule.daily = options.daily;
-    schedule.weekly = options.weekly.has_value();
-    if (options.weekly) schedule.weekDays.mask = ParseDays(*options.weekly);
     if (schedule.skedName.empty())
         throw Failure{ExitCode::usage, "The name is empty", "A schedule is told from others by its name.",
                       "schedulectl add Standup --at 09:00 --daily"};
+    schedule.start.seconds = EarlyStart(ParseWhen(options.at, world.now()).moment);
+    schedule.daily = options.daily;
+    schedule.weekly = options.weekly.has_value();
+    if (options.weekly) schedule.weekDays.mask = ParseDays(*options.weekly);
+    const Target target = FindTarget(world, options);
+    schedule.bundleId = target.bundleId;
+    schedule.appPath = target.app;
     return schedule;
 }
 
@@ -90,15 +85,15 @@ constexpr const char* nothingSent = "Nothing was sent.";
 
 std::vector<std::string> WarningsOfDelete(const std::vector<Schedule>& goes, const World& world) {
     std::vector<std::string> warnings;
-    for (const Schedule& gone : goes)
-        for (const Schedule& stays : world.schedules) {
-            const bool twin = !SameIdentity(gone, stays) && EqualIgnoringCase(gone.skedName, stays.skedName) &&
-                              EqualIgnoringCase(gone.appPath, stays.appPath);
-            if (twin &&
-                std::none_of(goes.begin(), goes.end(), [&](const Schedule& s) { return SameIdentity(s, stays); }))
-                warnings.push_back(Quoted(stays) + " differs from " + Quoted(gone) +
-                                   " only in case and may lose its timer with it, until the helper starts again.");
-        }
+    for (const Schedule& gone : goes) {
+        const Schedule* twin = world.TwinOf(gone);
+        const bool goesToo = twin != nullptr && std::any_of(goes.begin(), goes.end(), [&](const Schedule& other) {
+                                 return SameIdentity(other, *twin);
+                             });
+        if (twin != nullptr && !goesToo)
+            warnings.push_back(Quoted(*twin) + " differs from " + Quoted(gone) +
+                               " only in case and may lose its timer with it, until the helper starts again.");
+    }
     return warnings;
 }
 

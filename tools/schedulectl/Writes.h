@@ -20,6 +20,9 @@ struct Target {
 /// The one named with --app, else the running Orvin, else the only one in the store. Throws Failure (usage).
 Target FindTarget(const World& world, const Options& options);
 
+/// What is stored for `asked`. Throws Failure (refused) where this system's numbers cannot hold it.
+long EarlyStart(Moment asked);
+
 /// Everything that keeps `schedule` from being sent: texts that the helper would not take, a record key that is taken,
 /// a single start in the past. Throws Failure (refused).
 void CheckBeforeSending(const Schedule& schedule, const World& world);

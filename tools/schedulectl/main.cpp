@@ -12,9 +12,9 @@
 
 namespace {
 
-/// Widths of characters come from the locale; where that knows only ASCII, from the one that knows all of them.
+/// Names are UTF-8 whatever the terminal shows, so the widths of characters come from a locale that knows all of them.
 void UseLocale() {
-    (void)setlocale(LC_CTYPE, "");
+    (void)setlocale(LC_CTYPE, "C.UTF-8");
 }
 
 bool AsksForJson(int argc, char** argv) {
