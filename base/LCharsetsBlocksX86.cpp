@@ -61,73 +61,37 @@ enum : uint8_t {
     carry = tooShort | tooLong | twoTrailing,
 };
 
-LCHARSETS_VECTOR inline __m128i lookUp(__m128i table, __m128i halfBytes) {
-    return _mm_shuffle_epi8(table, _mm_and_si128(halfBytes, _mm_set1_epi8(0x0F)));
-}
+constexpr uint8_t large = carry | tooLarge | tooLarge1000;
+constexpr uint8_t trailingSecond = tooLong | overlong2 | twoTrailing;
 
-LCHARSETS_VECTOR inline __m128i table16(const uint8_t (&values)[16]) {
-    return load(values);
+// clang-format off
+constexpr uint8_t firstHigh[16] = {
+    tooLong, tooLong, tooLong, tooLong, tooLong, tooLong, tooLong, tooLong,
+    twoTrailing, twoTrailing, twoTrailing, twoTrailing,
+    tooShort | overlong2, tooShort, tooShort | overlong3 | surrogate, tooShort | tooLarge | tooLarge1000 | overlong4};
+constexpr uint8_t firstLow[16] = {
+    carry | overlong2 | overlong3 | overlong4, carry | overlong2, carry, carry, carry | tooLarge, large, large, large,
+    large, large, large, large, large, large | surrogate, large, large};
+constexpr uint8_t secondHigh[16] = {
+    tooShort, tooShort, tooShort, tooShort, tooShort, tooShort, tooShort, tooShort,
+    trailingSecond | overlong3 | tooLarge1000 | overlong4, trailingSecond | overlong3 | tooLarge,
+    trailingSecond | surrogate | tooLarge, trailingSecond | surrogate | tooLarge,
+    tooShort, tooShort, tooShort, tooShort};
+// clang-format on
+
+LCHARSETS_VECTOR inline __m128i lookUp(const uint8_t (&table)[16], __m128i halfBytes) {
+    return _mm_shuffle_epi8(load(table), _mm_and_si128(halfBytes, _mm_set1_epi8(0x0F)));
 }
 
 /// Not zero somewhere when `bytes`, with `before` before them, are ill-formed as far as they go.
 LCHARSETS_VECTOR inline __m128i faults(__m128i bytes, __m128i before) {
-    static constexpr uint8_t firstHigh[16] = {tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              tooLong,
-                                              twoTrailing,
-                                              twoTrailing,
-                                              twoTrailing,
-                                              twoTrailing,
-                                              tooShort | overlong2,
-                                              tooShort,
-                                              tooShort | overlong3 | surrogate,
-                                              tooShort | tooLarge | tooLarge1000 | overlong4};
-    static constexpr uint8_t large = carry | tooLarge | tooLarge1000;
-    static constexpr uint8_t firstLow[16] = {carry | overlong2 | overlong3 | overlong4,
-                                             carry | overlong2,
-                                             carry,
-                                             carry,
-                                             carry | tooLarge,
-                                             large,
-                                             large,
-                                             large,
-                                             large,
-                                             large,
-                                             large,
-                                             large,
-                                             large,
-                                             large | surrogate,
-                                             large,
-                                             large};
-    static constexpr uint8_t trailing = tooLong | overlong2 | twoTrailing;
-    static constexpr uint8_t secondHigh[16] = {tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               trailing | overlong3 | tooLarge1000 | overlong4,
-                                               trailing | overlong3 | tooLarge,
-                                               trailing | surrogate | tooLarge,
-                                               trailing | surrogate | tooLarge,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort,
-                                               tooShort};
     const __m128i previous1 = _mm_alignr_epi8(bytes, before, 15);
     const __m128i previous2 = _mm_alignr_epi8(bytes, before, 14);
     const __m128i previous3 = _mm_alignr_epi8(bytes, before, 13);
-    const __m128i pair = _mm_and_si128(
-        _mm_and_si128(lookUp(table16(firstHigh), _mm_srli_epi16(previous1, 4)), lookUp(table16(firstLow), previous1)),
-        lookUp(table16(secondHigh), _mm_srli_epi16(bytes, 4)));
-    // In third place of three or four, and in fourth place, a second trailing byte in a row must stand.
+    const __m128i pair =
+        _mm_and_si128(_mm_and_si128(lookUp(firstHigh, _mm_srli_epi16(previous1, 4)), lookUp(firstLow, previous1)),
+                      lookUp(secondHigh, _mm_srli_epi16(bytes, 4)));
+    // In third place of three or four, and in fourth place, a trailingSecond trailing byte in a row must stand.
     const __m128i third = _mm_subs_epu8(previous2, _mm_set1_epi8(0xE0 - 0x80));
     const __m128i fourth = _mm_subs_epu8(previous3, _mm_set1_epi8(0xF0 - 0x80));
     const __m128i due = _mm_and_si128(_mm_or_si128(third, fourth), _mm_set1_epi8(static_cast<char>(0x80)));

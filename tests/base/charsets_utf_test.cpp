@@ -106,7 +106,7 @@ TEST_F(Utf, DecodesByClass) {
 TEST_F(Utf, AgreesOnEveryBoundaryByte) {
     const std::string bytes =
         "A\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5\xF7\xF8\xFC\xFF";
-    for (const size_t padding : {0, 15, 59, 61, 63}) {
+    for (const size_t padding : {0, 15, 61}) {
         const std::string before(padding, 'x');
         const std::string after = padding == 0 ? "" : std::string(64, 'y');
         for (const char a : bytes) {
@@ -138,7 +138,7 @@ std::string randomText(std::mt19937& random, unsigned illFormedIn) {
 
 TEST_F(Utf, AgreesOnMixesAtEveryLimit) {
     std::mt19937 random(20240229);
-    for (int round = 0; round < 400; ++round) {
+    for (int round = 0; round < 200; ++round) {
         const std::string text = randomText(random, round % 2 == 0 ? 0 : 60);
         for (unsigned long limit = 1; limit < text.size() + 8; limit += 1 + random() % 16) compare(text, limit);
         compare(text, text.size() + 1);
@@ -149,7 +149,7 @@ TEST_F(Utf, EncodesAsTheReference) {
     std::mt19937 random(7);
     const uint32_t values[] = {'a',    0x7F,   0x80,    0x7FF,    0x800,    0xD800,     0xDFFF,
                                0xFFFD, 0xFFFF, 0x10000, 0x10FFFF, 0x110000, 0x80000000, 0xFFFFFFFF};
-    for (int round = 0; round < 400; ++round) {
+    for (int round = 0; round < 200; ++round) {
         std::wstring wide;
         Units units;
         for (size_t count = random() % 80; count > 0; --count) {

@@ -198,7 +198,7 @@ TEST(Paths, NamesThatPeopleType) {
 class PathsOnDisk : public testing::Test {
   protected:
     PathsOnDisk() {
-        std::string place = (std::filesystem::temp_directory_path() / "pathsXXXXXX").string();
+        std::string place = (std::filesystem::temp_directory_path() / "paths").string() + std::string(6, 'X');
         folder_ = mkdtemp(place.data());
     }
     ~PathsOnDisk() override { std::filesystem::remove_all(folder_); }
@@ -213,8 +213,8 @@ class PathsOnDisk : public testing::Test {
 TEST_F(PathsOnDisk, UniquePaths) {
     const std::string take = folder_ + "/take";
     EXPECT_EQ(unique(folder_, "take"), take + ".mov");
-    std::ofstream{take + ".mov"};
-    std::ofstream{take + "_0.mov"};
+    std::ofstream(take + ".mov").flush();
+    std::ofstream(take + "_0.mov").flush();
     EXPECT_EQ(unique(folder_, "take"), take + "_1.mov");
     std::filesystem::create_symlink("nowhere", take + "_1.mov");
     EXPECT_EQ(unique(folder_, "take"), take + "_2.mov");
