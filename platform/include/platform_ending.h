@@ -11,7 +11,8 @@
 #pragma once
 
 /// Asks for the end and parks the calling thread for good: it gives up its gates, no longer counts as running, and
-/// never goes on with its message. Callable from any thread, and from inside any event, handler or firing.
+/// never goes on with its message. Callable from any thread, and from inside any event, handler or firing; asked again
+/// by the ending itself (a step, a static's destructor), the process ends on the spot with the first status.
 [[noreturn]] void platform_exit(int status);
 
 /// Asks for the end from a signal handler and returns, so that the interrupted code can release what it holds.

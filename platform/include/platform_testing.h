@@ -28,7 +28,8 @@ class ManualClock {
     ManualClock& operator=(const ManualClock&) = delete;
 
     /// Moves the clock and hands every source that is due by then to its queue. Returns when all the calls thus started
-    /// have returned.
+    /// have returned, so not to be called from a handler, nor from the thread that serves a source's queue. A source
+    /// that is armed when already due fires at the next advance, which may be by 0.
     void advance(uint64_t nanoseconds);
 };
 

@@ -37,6 +37,7 @@ void giveUpRunning() noexcept {
 }
 
 void forbidNewJobs() noexcept {
+    ++depth;  // this thread has entered without being counted, so entering again is free
     forbidden.store(true);
 }
 

@@ -15,7 +15,7 @@ void leaveRunning() noexcept;
 /// The calling thread no longer counts, however deep it has entered.
 void giveUpRunning() noexcept;
 
-/// From now on no job starts. By the ending thread.
+/// From now on no job starts, except on the calling thread: the ending thread, which may run what it likes.
 void forbidNewJobs() noexcept;
 
 /// True once the ending has begun.

@@ -3,6 +3,7 @@
 
 #include "platform/linux/ending.h"
 #include "platform/linux/io_thread.h"
+#include "platform/linux/thread.h"
 #include "platform/linux/timer_service.h"
 
 namespace runtime {
@@ -28,6 +29,7 @@ Job* JobList::pop() {
 
 void start() {
     static const bool started = [] {
+        keepSignalMask();
         createIoLoop();
         createTimers();
         startEnding();

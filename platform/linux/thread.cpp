@@ -20,12 +20,11 @@ void* enter(void* body) {
     abort();  // a body never returns
 }
 
+sigset_t maskAtStart;
+
 sigset_t maskFor(Signals signals) {
+    if (signals == Signals::asAtStart) return maskAtStart;
     sigset_t mask;
-    if (signals == Signals::open) {
-        sigemptyset(&mask);
-        return mask;
-    }
     sigfillset(&mask);
     if (signals == Signals::faultsOnly) {
         for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL}) sigdelset(&mask, fault);
@@ -39,6 +38,10 @@ void futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
 }
 
 }  // namespace
+
+void keepSignalMask() noexcept {
+    pthread_sigmask(SIG_SETMASK, nullptr, &maskAtStart);
+}
 
 bool startThread(const char* name, void (*body)(), Signals signals) noexcept {
     pthread_attr_t attributes;

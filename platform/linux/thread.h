@@ -6,9 +6,13 @@
 
 namespace runtime {
 
-/// Which signals a new thread takes. Workers leave all open, as the main thread does. The io thread blocks all but the
-/// faults that an instruction raises (a blocked one would kill without a handler); the ending thread blocks every one.
-enum class Signals { open, faultsOnly, none };
+/// Which signals a new thread takes. Workers take those that the thread which started the runtime takes, so that a
+/// program that keeps signals to one thread of its own is not disturbed. The io thread blocks all but the faults that
+/// an instruction raises (a blocked one would kill without a handler); the ending thread blocks every one.
+enum class Signals { asAtStart, faultsOnly, none };
+
+/// Keeps the calling thread's signal mask for `asAtStart`. Before the first thread.
+void keepSignalMask() noexcept;
 
 /// Starts a thread that is never joined and whose `body` never returns. Stack of 1 MiB: the handlers above size some of
 /// their scratch from their input. `name` shows in a debugger (at most 15 bytes). False when the system has no thread

@@ -126,11 +126,12 @@ void TimerService::ready(uint32_t) noexcept {
 }
 
 bool TimerService::fireDue() noexcept {
+    const uint64_t now = timerNow();  // one for all batches: however short an interval, each source is taken once
     Due batch[kBatch];
     bool any = false;
     size_t count = 0;
     do {
-        count = collectDue(batch);
+        count = collectDue(now, batch);
         for (size_t i = 0; i < count; ++i) {
             if (batch[i].post) {
                 batch[i].source->queue->post(batch[i].source);
@@ -143,9 +144,8 @@ bool TimerService::fireDue() noexcept {
     return any;
 }
 
-size_t TimerService::collectDue(Due (&batch)[kBatch]) noexcept {
+size_t TimerService::collectDue(uint64_t now, Due (&batch)[kBatch]) noexcept {
     const std::lock_guard lock(mutex_);
-    const uint64_t now = timerNow();
     size_t count = 0;
     const TimerHeap::Slot* first = heap_.first();
     while (count < kBatch && first != nullptr && first->deadline <= now) {

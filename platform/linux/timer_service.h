@@ -55,7 +55,7 @@ class TimerService final : public IoWatcher {
         dispatch_source_s* source;  // a reference is held
         bool post;                  // else the source is busy, and its running call will see to it
     };
-    size_t collectDue(Due (&batch)[kBatch]) noexcept;
+    size_t collectDue(uint64_t now, Due (&batch)[kBatch]) noexcept;
     static bool takeFirst(dispatch_source_s* source, uint64_t now, Due& due) noexcept;
     void armLocked(dispatch_source_s* source) noexcept;
     void insertLocked(dispatch_source_s* source) noexcept;

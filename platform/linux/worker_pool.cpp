@@ -45,7 +45,7 @@ unsigned WorkerPool::threadCount() {
 }
 
 void WorkerPool::startWorker() noexcept {
-    if (startThread("worker", work, Signals::open)) return;
+    if (startThread("worker", work, Signals::asAtStart)) return;
     {
         const std::lock_guard lock(mutex_);
         --starting_;

@@ -12,7 +12,6 @@
 #include "tests/platform/dispatch_support.h"
 
 using runtime::IoLoop;
-using runtime::Job;
 
 namespace {
 

@@ -80,6 +80,7 @@ TEST(SerialQueue, RunsOneJobAtATimeInEachPostersOrder) {
     bool ordered = true;
     std::vector<std::unique_ptr<Step>> steps[kPosters];
     std::vector<std::thread> posters;
+    posters.reserve(kPosters);
     for (int poster = 0; poster < kPosters; ++poster) {
         posters.emplace_back([&, poster] {
             for (int i = 1; i <= kEach; ++i) {
@@ -184,22 +185,6 @@ TEST(Gate, ClosingWaitsForOthersRefusesNewcomersAndNeverWaitsForItself) {
     EXPECT_FALSE(PlatformGate::Pass(gate));
     gate.close();
     visitor.join();
-}
-
-TEST(Gate, AThreadThatParksGivesUpEveryPass) {
-    PlatformGate first, second;
-    std::binary_semaphore abandoned{0}, go{0};
-    std::thread parked([&] {
-        const PlatformGate::Pass a(first), b(second), c(first);
-        PlatformGate::Pass::abandonAllOfThisThread();
-        abandoned.release();
-        go.acquire();
-    });
-    abandoned.acquire();
-    first.close();
-    second.close();
-    go.release();
-    parked.join();
 }
 
 }  // namespace

@@ -68,15 +68,6 @@ TEST(TimerSource, FiresInStepWithTheClock) {
     }
 }
 
-TEST(TimerSource, ForeverNeverFires) {
-    ManualClock clock;
-    int calls = 0;
-    Timer timer(workers(), [&] { ++calls; });
-    timer.arm(DISPATCH_TIME_FOREVER, 1);
-    clock.advance(DISPATCH_TIME_FOREVER);
-    EXPECT_EQ(calls, 0);
-}
-
 TEST(TimerSource, FiresByDeadlineAndEqualOnesInOrderOfArming) {
     constexpr size_t kSources = 10'000;
     ManualClock clock;
@@ -214,10 +205,6 @@ TEST(TimerSource, SurvivesAHandlerThatRunsOutOfMemory) {
     clock.advance(1);
     clock.advance(1);
     EXPECT_EQ(calls, 2);
-}
-
-TEST(TimerSource, OtherTypesAreRefused) {
-    EXPECT_EQ(dispatch_source_create(nullptr, 0, 0, workers()), nullptr);
 }
 
 // From here on the steady clock: the timerfd has to be right as well.

@@ -40,10 +40,12 @@ dispatch_queue_t dispatch_get_main_queue();
 /// (null otherwise).
 dispatch_queue_t dispatch_get_global_queue(long priority, unsigned long flags);
 
-/// A new serial queue over the worker pool; `label` is for debuggers and may be null.
+/// A new serial queue over the worker pool; `label` and `attributes` are not used and may be null. Throws
+/// std::bad_alloc.
 dispatch_queue_t dispatch_queue_create(const char* label, void* attributes);
 
-/// Runs `block` on `queue` later, never inside this call. Callable from any thread.
+/// Runs `block` on `queue` later, never inside this call. Callable from any thread. Throws std::bad_alloc, and the
+/// block then does not run. A block that waits holds a reference to its queue.
 void dispatch_async(dispatch_queue_t queue, dispatch_block_t block);
 
 void dispatch_retain(dispatch_queue_t queue);
@@ -54,8 +56,8 @@ void dispatch_release(dispatch_queue_t queue);
 
 // ---- Time
 
-/// `when` (DISPATCH_TIME_NOW or an earlier result) moved by `delta` nanoseconds. Overflow gives DISPATCH_TIME_FOREVER,
-/// underflow the smallest point in time that is not DISPATCH_TIME_NOW.
+/// `when` (DISPATCH_TIME_NOW or an earlier result) moved by `delta` nanoseconds. A result beyond INT64_MAX is
+/// DISPATCH_TIME_FOREVER; one before the clock's beginning is the smallest point that is not DISPATCH_TIME_NOW.
 dispatch_time_t dispatch_time(dispatch_time_t when, int64_t delta);
 
 // ---- Timer sources
@@ -66,12 +68,13 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t type, uintptr_t 
                                          dispatch_queue_t queue);
 
 /// First firing at `start`, then every `interval` nanoseconds (counted from `start`, so a late firing does not shift
-/// the later ones). `interval` DISPATCH_TIME_FOREVER fires once and leaves the source alive; `start`
+/// the later ones). `interval` DISPATCH_TIME_FOREVER (or 0) fires once and leaves the source alive; `start`
 /// DISPATCH_TIME_FOREVER never fires. A source never fires early; `leeway` is a permission to be late and is not used.
 void dispatch_source_set_timer(dispatch_source_t source, dispatch_time_t start, uint64_t interval, uint64_t leeway);
 
-/// The block that runs at each firing. Set before the first resume. The handler is never run twice at once for one
-/// source: occurrences that fall due while it runs or waits are coalesced into one call.
+/// The block that runs at each firing; destroyed with the source, never while it runs. Set before the first resume. The
+/// handler is never run twice at once for one source: occurrences that fall due while it runs or waits are coalesced
+/// into one call.
 void dispatch_source_set_event_handler(dispatch_source_t source, dispatch_block_t handler);
 
 /// Number of occurrences since the last call of the handler; meaningful inside the handler only.
