@@ -49,6 +49,8 @@ Dictionary* Dictionary::receive(const unsigned char* frame, size_t length, const
     message->bytes_ = length;
     message->id_ = header.id;
     message->session_ = session;
+    message->receivedWeight_ = 1 + descriptorWeight * header.descriptors;
+    message->receivedBytes_ = header.length;
     message->kind_ = static_cast<wire::Kind>(header.kind);
     message->wantsReply_ = message->kind_ == wire::Kind::Request;
     message->remote_ = std::move(remote);
@@ -246,10 +248,6 @@ void Dictionary::addPieces(Chunk* chunk, Gathered* out) {
         }
     }
     add(end);
-}
-
-uint32_t Dictionary::weight() const {
-    return 1 + descriptorWeight * descriptorCount_;
 }
 
 }  // namespace transport

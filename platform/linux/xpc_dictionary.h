@@ -65,9 +65,10 @@ class Dictionary final : public Object, public runtime::Job {
     [[nodiscard]] uint64_t id() const { return id_; }
     /// Which of a client's successive connections to its service the message came from: its reply goes nowhere else.
     [[nodiscard]] uint32_t session() const { return session_; }
-    /// How much of a connection's allowance of undelivered events and bytes the message takes.
-    [[nodiscard]] uint32_t weight() const;
-    [[nodiscard]] size_t frameBytes() const { return bytes_; }
+    /// How much of its connection's allowance of undelivered events and bytes the message takes: what it was when it
+    /// came, whatever its handler has changed since.
+    [[nodiscard]] uint32_t receivedWeight() const { return receivedWeight_; }
+    [[nodiscard]] uint32_t receivedBytes() const { return receivedBytes_; }
 
   private:
     struct alignas(8) Chunk {
@@ -100,6 +101,8 @@ class Dictionary final : public Object, public runtime::Job {
     size_t bytes_ = sizeof(wire::FrameHeader);  // of the frame as it would be sent
     uint64_t id_ = 0;
     uint32_t session_ = 0;
+    uint32_t receivedWeight_ = 0;
+    uint32_t receivedBytes_ = 0;
     wire::Kind kind_ = wire::Kind::Message;
     bool wantsReply_ = false;
     bool unsendable_ = false;

@@ -363,8 +363,8 @@ void Stream::runMessage(runtime::Job* job) {
 }
 
 void Stream::delivered(const Dictionary& message) noexcept {
-    const uint32_t events = undelivered_.fetch_sub(message.weight()) - message.weight();
-    const size_t bytes = undeliveredBytes_.fetch_sub(message.frameBytes()) - message.frameBytes();
+    const uint32_t events = undelivered_.fetch_sub(message.receivedWeight()) - message.receivedWeight();
+    const size_t bytes = undeliveredBytes_.fetch_sub(message.receivedBytes()) - message.receivedBytes();
     if (events > maxUndeliveredEvents / 2 || bytes > maxUndeliveredBytes / 2) return;
     if (paused_ && paused_.exchange(false)) poke();
 }

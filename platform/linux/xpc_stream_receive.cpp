@@ -142,8 +142,8 @@ bool Stream::takeFrame(const unsigned char* frame, size_t length) noexcept {
 
 /// An answer that nobody waits for is dropped: its asker may have been told of an interruption meanwhile.
 void Stream::deliver(Dictionary* message) noexcept {
-    undelivered_ += message->weight();
-    undeliveredBytes_ += message->frameBytes();
+    undelivered_ += message->receivedWeight();
+    undeliveredBytes_ += message->receivedBytes();
     if (message->kind() != wire::Kind::Reply) {
         message->Job::run = runMessage;
         queue_.post(message);

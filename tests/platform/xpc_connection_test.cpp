@@ -469,7 +469,10 @@ TEST_F(Connections, UnreadRepliesEndTheOffenderOnly) {
 TEST_F(Connections, BacklogHoldsTheSenderBack) {
     std::mutex gate;
     gate.lock();
-    Service service([&](auto, auto) { const std::lock_guard pass(gate); });
+    Service service([&](auto, xpc_object_t event) {
+        const std::lock_guard pass(gate);
+        xpc_dictionary_set_fd(event, "more", STDERR_FILENO);  // a changed message weighs what it weighed when it came
+    });
     const UniqueFd fd = connectRaw();
     std::thread writer([&] {
         const Bytes padding = entry(text("data"), wire::Type::Data, Bytes(3000, 'x'));
@@ -506,8 +509,9 @@ TEST_F(Connections, PeerThatNobodyResumesIsClosed) {
     Log log;
     xpc_connection_set_event_handler(listener.connection(), [&](xpc_object_t event) { log.add(describe(event)); });
     xpc_connection_resume(listener.connection());
-    Client client;
-    client.ask(1);
+    Client client(false);
+    client.ask(1);  // before it connects, so that it cannot be interrupted first and connect twice
+    xpc_connection_resume(client.get());
     EXPECT_EQ(client.replies.wait(1), std::vector<std::string>{"interrupted"});
     xpc_connection_cancel(listener.connection());
     EXPECT_EQ(log.wait(2), (std::vector<std::string>{"peer", "invalid"}));
@@ -521,6 +525,7 @@ TEST_F(Connections, ManyThreadsOnOneConnection) {
         Service service(answer);
         Client client;
         client.ask(1);
+        client.replies.wait(1);
         std::vector<std::thread> senders;
         for (int t = 0; t < threads; ++t) {
             senders.emplace_back([&, t] {
