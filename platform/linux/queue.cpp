@@ -103,6 +103,15 @@ void SerialQueue::takeTurn(Job* job) {
         next->run(next);
         if (turn.queue == nullptr) return;
     }
+    {
+        // A turn that waits with nothing to do would hold up whoever destroys the queue, the io thread for one.
+        const std::lock_guard lock(queue.mutex_);
+        if (queue.jobs_.empty()) {
+            queue.scheduled_ = false;
+            queue.turnEnded_.notify_all();
+            return;
+        }
+    }
     queue.target_->post(&queue.turn_);
 }
 
