@@ -1,0 +1,257 @@
+// What requests do: sent by a client over a real socket to a sink whose schedules and store can be looked at.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/LRequestKeys.h"
+#include "app/LScheduleHelper.h"
+#include "scheduler/LScheduleStore.h"
+#include "xpc/LXPCClient.h"
+
+namespace {
+
+constexpr char kPath[] = "/Applications/Orvin.app";
+constexpr long kFar = 4000000;  // a start in 1970: stored, never armed
+
+/// Stands for the application: nothing ends and nothing is launched, but it is written down.
+class RecordingDelegate : public LScheduleHelper {
+  public:
+    LXPCMachServer* getXPCServer() override { return server.get(); }
+    void shutdownHelper() override { ++shutdowns; }
+    void launchMainApp(const char* bundleId, const char* bundlePath) override {
+        launched = std::string(bundleId) + " " + bundlePath;
+    }
+    LPtr<LXPCMachServer> server;
+    std::atomic<int> shutdowns = 0;
+    std::string launched;
+};
+
+/// Collects replies as "KEY=value".
+class Replies : public LXPCEventNotify {
+  public:
+    void EvConnectionError(long /*connection*/, LXPCErrorType error) override {
+        Note("error " + std::to_string(error));
+    }
+    void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
+    void EvReplyReceived(long, const LList<LXPCDataListable>& items) override {
+        for (const LXPCDataListable& item : items) Note(std::string(item.name) + "=" + std::to_string(item.value));
+    }
+    void EvMessageSent(long) override {}
+
+    /// What came until `last` came, without it.
+    std::string Until(const std::string& last) {
+        std::unique_lock lock(mutex_);
+        std::string text;
+        for (;;) {
+            if (!arrived_.wait_for(lock, std::chrono::seconds(20), [this] { return !replies_.empty(); }))
+                return "silence";
+            const std::string reply = replies_.front();
+            replies_.erase(replies_.begin());
+            if (reply == last) return text;
+            text += reply;
+        }
+    }
+
+  private:
+    void Note(std::string reply) {
+        const std::lock_guard lock(mutex_);
+        replies_.push_back(std::move(reply));
+        arrived_.notify_all();
+    }
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<std::string> replies_;
+};
+
+LXPCData Text(const char* key, const char* text) {
+    return {key, LXPCDataTypeString, LXPCAddress(text)};
+}
+LXPCData Flag(const char* key, long value = 1) {
+    return {key, LXPCDataTypeBool, value};
+}
+LXPCData Date(long seconds) {
+    return {kKeyNewTime, LXPCDataTypeDate, seconds};
+}
+LXPCData Mask(long mask) {
+    return {kKeyNewWeekdayMask, LXPCDataTypeUInt64, mask};
+}
+const LXPCData kId = Text(kKeyBundleId, kMainAppBundleId);
+const LXPCData kAt = Text(kKeyBundlePath, kPath);
+
+class Requests : public testing::Test {
+  protected:
+    void SetUp() override {
+        sink_.delegate = &delegate_;
+        delegate_.server = new LXPCMachServer(&sink_);
+        for (const LRequestKeyType& key : kRequestKeys) delegate_.server->AddKey(key.name, key.type);
+        ASSERT_TRUE(delegate_.server->Listen(service_.c_str()));
+        for (const char* key : kReplyKeys) client_.AddKey(key, LXPCDataTypeBool);
+        ASSERT_TRUE(client_.Connect(service_.c_str(), 1, true));
+    }
+    void TearDown() override {
+        delegate_.server->Close();
+        delegate_.server = nullptr;
+        for (const LStoredSchedule& stored : LReadStoredSchedules(NSUserDefaults::standardUserDefaults())) {
+            NSUserDefaults::standardUserDefaults().removeObjectForKey(stored.key);
+        }
+        NSUserDefaults::standardUserDefaults().removeObjectForKey(kScheduleIndexKey);
+    }
+
+    /// The replies to `items` and to nothing else: a connection test behind them shows when they have been dealt with.
+    std::string Ask(const std::vector<LXPCData>& items) {
+        client_.SendMessage(service_.c_str(), 1, items.data(), items.size(), true);
+        const LXPCData test = Flag(kKeyTestConnection);
+        client_.SendMessage(service_.c_str(), 1, &test, 1, true);
+        return replies_.Until(kTestReply);
+    }
+    static std::string Stored() {
+        std::string text;
+        for (const LStoredSchedule& stored : LReadStoredSchedules(NSUserDefaults::standardUserDefaults())) {
+            if (!stored.record) continue;
+            const LScheduleRecord& record = *stored.record;
+            text += (text.empty() ? "" : " ") + record.skedName + "@" + std::to_string(record.start.seconds) + "/" +
+                    (record.daily ? "d" : "") + (record.weekly ? "w" : "") + std::to_string(record.weekDays.mask);
+        }
+        return text;
+    }
+
+    static constexpr char kTestReply[] = "XPC_TEST_CONNECTION_REPLY=1";
+    // A name of its own: a listener lives as long as the process.
+    const std::string service_ = std::string("test.") + testing::UnitTest::GetInstance()->current_test_info()->name();
+    RecordingDelegate delegate_;
+    LScheduleHelperNotify sink_;
+    Replies replies_;
+    LXPCClient client_{&replies_};
+};
+
+TEST_F(Requests, EachDoesOneThing) {
+    const std::string tooLong(260, 'n');
+    const std::string longest(259, 'n');
+    const LXPCData name = Text(kKeyNewName, "new");
+    struct Row {
+        const char* what;
+        std::vector<LXPCData> items;
+        std::string reply;
+        std::string stored;
+    };
+    const std::string before = "kept@-10/0";  // name, start -10, no repetition, mask 0
+    const std::string known = "XPC_NEW_CONNECTION_REPLY=1";
+    const std::string holds = "XPC_SHUTDOWN_HELPER_REQUEST_REPLY=0";
+    const Row rows[] = {
+        {"an empty message", {}, "", before},
+        {"only unknown keys", {Flag("UNKNOWN")}, "", before},
+        {"keys compare with their case", {kId, kAt, Flag("delete_all_sked")}, "", before},
+        // Adding
+        {"one-off", {kId, kAt, name, Date(kFar)}, "", before + " new@3999990/0"},
+        {"any order of sending", {Date(kFar), name, kAt, kId}, "", before + " new@3999990/0"},
+        {"weekly, all bits",
+         {kId, kAt, name, Date(kFar), Flag(kKeyNewWeekly), Mask(255)},
+         "",
+         before + " new@3999990/w127"},
+        {"weekly, no day", {kId, kAt, name, Flag(kKeyNewWeekly), Mask(384)}, "", before + " new@-10/w0"},
+        {"daily as false", {kId, kAt, name, Flag(kKeyNewDaily, 0), Flag(kKeyNewWeekly)}, "", before + " new@-10/w0"},
+        {"daily and weekly",
+         {kId, kAt, name, Flag(kKeyNewDaily), Flag(kKeyNewWeekly), Mask(1)},
+         "",
+         before + " new@-10/dw1"},
+        {"the beginning of time",
+         {kId, kAt, name, Date(LONG_MIN)},
+         "",
+         before + " new@" + std::to_string(LONG_MIN) + "/0"},
+        {"replaced and moved to the end", {kId, kAt, Text(kKeyNewName, "kept"), Date(20)}, "", "kept@10/0"},
+        {"a longest name", {kId, kAt, Text(kKeyNewName, longest.c_str())}, "", before + " " + longest + "@-10/0"},
+        {"wrong types read as nothing",
+         {kId, kAt, name, Text(kKeyNewTime, "soon"), Date(5), Flag(kKeyNewWeekdayMask)},
+         "",
+         before + " new@-10/0"},
+        // Texts that name nothing
+        {"no identifier", {kAt, name}, "", before},
+        {"no path", {kId, name}, "", before},
+        {"a name that is no text", {kId, kAt, Flag(kKeyNewName), Flag(kKeyNewConnection)}, "", before},
+        {"too long", {kId, kAt, Text(kKeyNewName, tooLong.c_str())}, "", before},
+        {"not UTF-8", {kId, kAt, Text(kKeyNewName, "a\xff")}, "", before},
+        {"the index itself",
+         {Text(kKeyBundleId, "SKED"), Text(kKeyBundlePath, "_ALL"), Text(kKeyNewName, "")},
+         "",
+         before},
+        {"deleting the index",
+         {Text(kKeyBundleId, ""), Text(kKeyBundlePath, "SKED"), Text(kKeyDeleteName, "_ALL")},
+         "",
+         before},
+        {"delete all without a path", {kId, Flag(kKeyDeleteAll), Flag(kKeyShutdownQuestion)}, "", before},
+        // Deleting
+        {"delete", {kId, kAt, Text(kKeyDeleteName, "kept")}, "", ""},
+        {"delete what is not there", {kId, kAt, Text(kKeyDeleteName, "KEPT-not")}, "", before},
+        {"delete all, sent as false", {kId, kAt, Flag(kKeyDeleteAll, 0)}, "", ""},
+        {"delete all of another", {Text(kKeyBundleId, "other"), kAt, Flag(kKeyDeleteAll)}, "", before},
+        // Precedence
+        {"add before delete, under the delete's name",
+         {kId, kAt, name, Text(kKeyDeleteName, "late")},
+         "",
+         before + " late@-10/0"},
+        {"delete before delete all", {kId, kAt, Text(kKeyDeleteName, "none"), Flag(kKeyDeleteAll)}, "", before},
+        {"add before the question", {kId, kAt, name, Flag(kKeyShutdownQuestion)}, "", before + " new@-10/0"},
+        {"delete all before the introduction", {kId, kAt, Flag(kKeyDeleteAll), Flag(kKeyNewConnection)}, "", ""},
+        {"introduction before the question",
+         {kId, kAt, Flag(kKeyNewConnection), Flag(kKeyShutdownQuestion)},
+         known,
+         before},
+        {"a refused one as well", {kId, Flag(kKeyNewConnection), Flag(kKeyShutdownQuestion)}, "", before},
+        {"shutting down before all", {kId, kAt, name, Flag(kKeyDeleteAll), Flag(kKeyShutdown, 0)}, "", before},
+        // Introducing and asking
+        {"introduction, sent as false", {kId, kAt, Flag(kKeyNewConnection, 0)}, known, before},
+        {"from elsewhere", {kId, Text(kKeyBundlePath, "x\\Orvin.other"), Flag(kKeyNewConnection)}, known, before},
+        {"a copy", {kId, Text(kKeyBundlePath, "/Orvin Copy.app"), Flag(kKeyNewConnection)}, "", before},
+        {"a folder", {kId, Text(kKeyBundlePath, "/Orvin.app/"), Flag(kKeyNewConnection)}, "", before},
+        {"another case", {Text(kKeyBundleId, "com.Brindlewick.orvinfree"), kAt, Flag(kKeyNewConnection)}, "", before},
+        {"the question", {Flag(kKeyShutdownQuestion, 0)}, holds, before},
+    };
+    int shutdowns = 0;
+    for (const Row& row : rows) {
+        sink_.DeleteAll(kMainAppBundleId, kPath);
+        sink_.Add(kMainAppBundleId, kPath, "kept", LDateTime(-10), false, false, LWeekDay(0));
+        EXPECT_EQ(Ask(row.items), row.reply) << row.what;
+        EXPECT_EQ(Stored(), row.stored) << row.what;
+        if (std::string(row.what) == "shutting down before all") ++shutdowns;
+        EXPECT_EQ(delegate_.shutdowns, shutdowns) << row.what;
+    }
+}
+
+TEST_F(Requests, TheTestIsAnsweredAndNothingElseIsDone) {
+    sink_.Add(kMainAppBundleId, kPath, "kept", LDateTime(-10), false, false, LWeekDay(0));
+    const std::vector<LXPCData> items{Flag(kKeyTestConnection, 0), kId, kAt, Flag(kKeyDeleteAll), Flag(kKeyShutdown),
+                                      Text(kKeyNewName, "new")};
+    client_.SendMessage(service_.c_str(), 1, items.data(), items.size(), true);
+    EXPECT_EQ(replies_.Until(kTestReply), "");
+    EXPECT_EQ(Ask({}), "");
+    EXPECT_EQ(Stored(), "kept@-10/0");
+    EXPECT_EQ(delegate_.shutdowns, 0);
+}
+
+TEST_F(Requests, TheHelperMayGoWhenItHoldsNoSchedule) {
+    EXPECT_EQ(Ask({Flag(kKeyShutdownQuestion)}), "XPC_SHUTDOWN_HELPER_REQUEST_REPLY=1");
+    sink_.Add(kMainAppBundleId, kPath, "past", LDateTime(1), false, false, LWeekDay(0));
+    EXPECT_EQ(Ask({Flag(kKeyShutdownQuestion)}), "XPC_SHUTDOWN_HELPER_REQUEST_REPLY=0");
+}
+
+TEST_F(Requests, EventsReachTheDelegate) {
+    EXPECT_EQ(Ask({}), "");
+    const long connection = LXPCAddress(delegate_.server->connections.head->connection);
+    sink_.EvConnectionError(connection, LXPCErrorConnectionInterrupted);
+    EXPECT_NE(delegate_.server->connections.head, nullptr);
+    sink_.EvConnectionError(connection, LXPCErrorTerminationImminent);
+    EXPECT_EQ(delegate_.server->connections.head, nullptr);
+    sink_.EvInvalidConnectionAttempt();
+    EXPECT_EQ(delegate_.shutdowns, 1);
+    static_cast<LGCDScheduler&>(sink_).EvScheduleStart("id", "/path", "name");
+    EXPECT_EQ(delegate_.launched, "id /path");
+}
+
+}  // namespace
