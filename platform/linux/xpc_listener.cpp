@@ -134,8 +134,7 @@ void Listener::welcome(UniqueFd socket) noexcept {
 /// On the listener's queue. The reference of creation goes here; who keeps the peer has retained or resumed it.
 void Listener::announce(runtime::Job* job) {
     const auto peer = Ref<Stream>::adopt(static_cast<Stream*>(static_cast<EndpointJob*>(job)->owner));
-    Listener* listener = peer->listener();
-    const auto self = Ref<Listener>::share(listener);
+    Listener* listener = peer->listener();  // held by the peer
     if (!listener->isCancelled()) listener->handler_.call(listener, static_cast<Object*>(peer.get()));
 }
 
