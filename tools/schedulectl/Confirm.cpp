@@ -51,7 +51,12 @@ Schedule ReadSchedule(const Json& json) {
 
 World SendAndLook(const World& world, const std::vector<Request>& requests) {
     Service service;
-    if (service.Test() != Service::Answer::yes) ThrowNoService(world);
+    const Service::Answer first = service.Test();
+    if (first == Service::Answer::silence)
+        throw Failure{ExitCode::helperDown, "The helper does not answer, and nothing was sent",
+                      "It accepted the connection and stayed silent for 5 s.",
+                      "systemctl --user restart schedulehelper"};
+    if (first != Service::Answer::yes) ThrowNoService(world);
     for (const Request& request : requests) service.Send(request);
     const Service::Answer answer = service.Test();
     if (answer != Service::Answer::yes)

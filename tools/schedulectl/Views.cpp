@@ -34,9 +34,9 @@ std::string Banner(const World& world, const Screen& screen) {
         const std::string age = since ? " for " + FormatSpan(std::max<Moment>(now - *since, 0)) : "";
         return screen.Paragraph(clock + dot + "helper running" + age, 0, Style::faint) + '\n';
     }
-    return screen.Paint(Style::faint, clock + dot) + screen.Paint(Style::bad, "no helper is running") + '\n' +
-           screen.Paragraph("Nothing starts until it runs. Try: systemctl --user start schedulehelper", 0,
-                            Style::warning) +
+    return screen.Paragraph(clock, 0, Style::faint) +
+           screen.Paragraph("No helper is running, so nothing starts. Try: systemctl --user start schedulehelper", 0,
+                            Style::bad) +
            '\n';
 }
 

@@ -141,21 +141,23 @@ Moment SinceEpoch(std::string_view text) {
     return *seconds;
 }
 
-/// "Z", "+01:00" or "-0330" after a date and a time; nothing where there is none.
+/// "Z", "+01:00" or "-0330" after a date and a time; nothing, and `text` as it was, where there is none.
 std::optional<int64_t> TakeOffset(std::string_view& text) {
     if (Take(text, 'Z') || Take(text, 'z')) return 0;
-    const int64_t sign = Take(text, '+') ? 1 : Take(text, '-') ? -1 : 0;
-    if (sign == 0) return std::nullopt;
-    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    auto hours = TakeNumber(text);
+    std::string_view rest = text;
+    const int64_t sign = Take(rest, '+') ? 1 : Take(rest, '-') ? -1 : 0;
+    const size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    std::optional<int64_t> hours = TakeNumber(rest);
+    if (sign == 0 || !hours) return std::nullopt;
     int64_t minutes = 0;
-    if (hours && digits == 4) {
+    if (digits == 4) {
         minutes = *hours % 100;
         hours = *hours / 100;
-    } else if (hours && Take(text, ':')) {
-        minutes = TakeNumber(text).value_or(60);
+    } else if (Take(rest, ':')) {
+        minutes = TakeNumber(rest).value_or(60);
     }
-    if (!hours || *hours > 14 || minutes > 59) return std::nullopt;
+    if (*hours > 14 || minutes > 59) return std::nullopt;
+    text = rest;
     return sign * (*hours * 3600 + minutes * 60);
 }
 
