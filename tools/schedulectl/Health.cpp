@@ -30,11 +30,10 @@ std::string FindingText(const Finding& finding, const Screen& screen) {
     const bool good = finding.level == Level::good;
     const Style style = good ? Style::good : finding.level == Level::note ? Style::warning : Style::bad;
     const char* mark = good ? "ok" : finding.level == Level::note ? "note" : "mend";
+    constexpr size_t indent = 20;
     const std::string head =
         "  " + screen.Paint(style, Pad(mark, 5)) + screen.Paint(Style::faint, Pad(finding.check, 12)) + ' ';
-    constexpr size_t indent = 20;
-    const std::string body = screen.Paragraph(finding.what, indent, good ? Style::plain : Style::strong);
-    std::string text = head + body.substr(indent);
+    std::string text = screen.Beside(head, indent, finding.what, good ? Style::plain : Style::strong);
     if (!finding.why.empty()) text += screen.Paragraph("why: " + finding.why, indent);
     if (!finding.remedy.empty()) text += screen.Paragraph("try: " + finding.remedy, indent);
     return text;
@@ -42,7 +41,7 @@ std::string FindingText(const Finding& finding, const Screen& screen) {
 
 std::string Line(const Screen& screen, const char* name, const std::string& value, Style style = Style::plain) {
     constexpr size_t indent = 12;
-    return screen.Paint(Style::faint, Pad(name, indent)) + screen.Paragraph(value, indent, style).substr(indent);
+    return screen.Beside(screen.Paint(Style::faint, Pad(name, indent)), indent, value, style);
 }
 
 std::string StatusLines(const World& world, const ServiceState& service, const Screen& screen) {

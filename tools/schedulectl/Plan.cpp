@@ -56,8 +56,8 @@ Report PlanReport(const Screen& screen, const Options& options, Moment now) {
     report.json["armed"] = ToJson(armed);
     report.json["starts"] = Json::array();
     report.json["warnings"] = Json::array();
-    report.text = screen.Paint(Style::strong, Describe(schedule, armed)) + ", stored " + FormatMoment(armed, now) +
-                  ", " + zone + "\n\n";
+    const std::string stored = options.armed.empty() ? "" : ", stored " + FormatMoment(armed, now);
+    report.text = screen.Paragraph(Describe(schedule, armed) + stored + ", " + zone, 0, Style::strong) + '\n';
     Table table({{"START"}, {"IN", true}, {"ASKED FOR"}, {""}});
     bool moved = false;
     for (const Start& start : starts) {

@@ -85,6 +85,10 @@ std::string Screen::Paragraph(std::string_view text, size_t indent, Style style)
     return result;
 }
 
+std::string Screen::Beside(const std::string& head, size_t columns, std::string_view text, Style style) const {
+    return head + Paragraph(text, columns, style).substr(columns);
+}
+
 void Table::Add(std::vector<Cell> cells, std::vector<std::string> notes) {
     cells.resize(columns_.size());
     rows_.push_back({std::move(cells), std::move(notes)});

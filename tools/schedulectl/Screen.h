@@ -32,6 +32,9 @@ class Screen {
     [[nodiscard]] std::string PaintPlace(size_t place, std::string_view text) const;
     /// `text` in lines no wider than the terminal, each begun with `indent` blanks and ended with a newline.
     [[nodiscard]] std::string Paragraph(std::string_view text, size_t indent = 0, Style style = Style::plain) const;
+    /// `head`, which takes `columns` on the screen, then `text` beside it, its further lines indented as far.
+    [[nodiscard]] std::string Beside(const std::string& head, size_t columns, std::string_view text,
+                                     Style style = Style::plain) const;
     /// `fancy` where the output shows more than ASCII, else `simple`.
     [[nodiscard]] const char* Glyph(const char* fancy, const char* simple) const { return unicode_ ? fancy : simple; }
 

@@ -72,7 +72,8 @@ std::string NoSchedules(const Screen& screen) {
 }
 
 std::string Field(const Screen& screen, const std::string& name, const std::string& value, Style style = Style::plain) {
-    return "  " + screen.Paint(Style::faint, Pad(name, 12)) + screen.Paint(style, value) + '\n';
+    constexpr size_t indent = 14;
+    return screen.Beside("  " + screen.Paint(Style::faint, Pad(name, indent - 2)), indent, value, style);
 }
 
 Table StartTable(const std::string& first) {
@@ -261,18 +262,23 @@ Report WhyReport(const World& world, const Screen& screen, const Options& option
     report.json["answer"] = yes;
     report.json["steps"] = Json::array();
     report.text =
-        screen.Paint(Style::strong, Printable(schedule.skedName)) + ", " + Describe(schedule, world.now()) + "\n\n";
+        screen.Paragraph(Printable(schedule.skedName) + ", " + Describe(schedule, world.now()), 0, Style::strong) +
+        '\n';
     for (const Step& step : steps) {
         const bool good = step.answer == step.wanted;
         report.json["steps"].push_back(
             {{"question", step.question}, {"answer", step.answer}, {"goesOn", good}, {"detail", step.detail}});
-        report.text += "  " + screen.Paint(good ? Style::good : Style::bad, Pad(step.answer ? "yes" : "no", 4)) + ' ' +
-                       Pad(step.question, 17) + step.detail + '\n';
+        const std::string answer = screen.Paint(good ? Style::good : Style::bad, Pad(step.answer ? "yes" : "no", 5));
+        report.text += screen.Beside("  " + answer + Pad(step.question, 17), 24, step.detail);
     }
-    report.text += '\n' + (yes ? screen.Paint(Style::good, "Yes: ") + "when it falls due, the helper starts " +
-                                     Printable(schedule.appPath) + ".\n"
-                               : screen.Paint(Style::bad, "No: ") + "nothing would be started; \"" + stop->question +
-                                     "\" is answered with " + (stop->answer ? "yes" : "no") + ".\n");
+    report.text += '\n';
+    if (yes)
+        report.text += screen.Beside(screen.Paint(Style::good, "Yes: "), 5,
+                                     "when it falls due, the helper starts " + Printable(schedule.appPath) + ".");
+    else
+        report.text += screen.Beside(screen.Paint(Style::bad, "No: "), 4,
+                                     "nothing would be started; \"" + stop->question + "\" is answered with " +
+                                         (stop->answer ? "yes" : "no") + ".");
     for (const std::string& warning : outlook.warnings) report.text += screen.Paragraph(warning, 0, Style::warning);
     return report;
 }
