@@ -8,3 +8,10 @@ schedulehelper_test(applications_test SOURCES applications_test.cpp LIBRARIES pl
 add_executable(launched_probe launched_probe.cpp)
 add_dependencies(applications_test launched_probe)
 target_compile_definitions(applications_test PRIVATE LAUNCHED_PROBE="$<TARGET_FILE:launched_probe>")
+
+add_executable(application_probe application_probe.cpp)
+target_link_libraries(application_probe PRIVATE platform_foundation)
+schedulehelper_test(application_test SOURCES application_test.cpp LIBRARIES platform_foundation SQLite::SQLite3
+                    LABELS concurrent)
+add_dependencies(application_test application_probe)
+target_compile_definitions(application_test PRIVATE APPLICATION_PROBE="$<TARGET_FILE:application_probe>")

@@ -2,8 +2,10 @@
 // line of its session, blocked and ignored signals, working directory and open descriptors; then it waits until
 // PROBE_HOLD, a FIFO, has no writer left.
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -31,8 +33,8 @@ int main() {
     { std::ofstream(report + std::string(".") + std::to_string(getpid())) << text; }
     std::filesystem::rename(report + std::string(".") + std::to_string(getpid()),
                             report + std::string("-") + std::to_string(getpid()));
-    const int fifo = open(hold, O_RDONLY);
+    // Opened without waiting for a writer: the test may have let go already.
+    pollfd fifo{open(hold, O_RDONLY | O_NONBLOCK), POLLIN, 0};
     char byte = 0;
-    while (read(fifo, &byte, 1) > 0) {
-    }
+    while (read(fifo.fd, &byte, 1) < 0 && errno == EAGAIN) (void)poll(&fifo, 1, -1);
 }
