@@ -204,7 +204,7 @@ TEST_F(Defaults, WhatCouldNotBeFlushedGoesLater) {
         {"a link instead of the file",
          [this] {
              rename(store().c_str(), (store() + ".real").c_str());
-             symlink((store() + ".real").c_str(), store().c_str());
+             EXPECT_EQ(symlink((store() + ".real").c_str(), store().c_str()), 0);
              return [this] { rename((store() + ".real").c_str(), store().c_str()); };
          }},
     };
