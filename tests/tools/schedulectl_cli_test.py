@@ -171,7 +171,9 @@ class WithService(Case):
         self.assertEqual((moment, moment - 10), (listed["asked"]["epoch"], listed["next"]["likely"]["epoch"]))
         self.env["TZ"] = "Pacific/Chatham"
         local = datetime.datetime.fromtimestamp(moment, zoneinfo.ZoneInfo("Pacific/Chatham"))
-        self.assertIn(local.strftime("%a %e %b ") + local.strftime("%H:%M"), self.tool("list"))
+        shown = (local - datetime.timedelta(seconds=10)).strftime("%a %e %b %H:%M:%S")
+        self.assertIn(shown, self.tool("list"))
+        self.assertIn("asked for   once, " + local.strftime("%a %e %b %H:%M"), self.tool("show", "Tea"))
 
     def test_what_is_refused_is_not_sent(self):
         self.tool("add", "twin", "--at", "09:00", "--daily")
@@ -284,7 +286,8 @@ class OnATerminal(Case):
     def test_the_shape_follows_the_width(self):
         narrow, wide = (ESCAPES.sub("", self.terminal(columns, "list")) for columns in (40, 200))
         self.assertNotIn("NEXT START", narrow)
-        self.assertRegex(wide, r"NEXT START +IN +NAME +REPEATS +ASKED FOR +APPLICATION +VERSION")
+        self.assertIn("NEXT START", self.terminal(80, "list", env={"NO_COLOR": "1"}), "eighty columns hold the table")
+        self.assertRegex(wide, r"NEXT START +IN +NAME +REPEATS +ASKED FOR +APPLICATION")
         self.assertIn("with a name of some length", wide)
         rows = re.findall(r"^\w{3} [ \d]\d \w{3}  .*$", ESCAPES.sub("", self.terminal(40, "week")).replace("\r", ""), re.MULTILINE)
         self.assertEqual((7, True), (len(rows), all(width(row) <= 36 for row in rows)), rows)

@@ -22,6 +22,8 @@ const char* Code(Style style) {
             return "\033[1m";
         case Style::faint:
             return "\033[2m";
+        case Style::marked:
+            return "\033[1;7m";
         case Style::good:
             return "\033[32m";
         case Style::warning:

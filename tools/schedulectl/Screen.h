@@ -11,7 +11,7 @@
 
 namespace schedulectl {
 
-enum class Style { plain, strong, faint, good, warning, bad };
+enum class Style { plain, strong, faint, marked, good, warning, bad };
 enum class ColorChoice { automatic, always, never };
 
 class Screen {

@@ -20,8 +20,21 @@ std::string ApplicationName(const Schedule& schedule) {
     return Printable(bundle ? name.substr(0, name.size() - 4) : name);
 }
 
-std::string Asked(const Schedule& schedule, Moment now) {
-    return FormatAskedFor(schedule, now);
+/// What was asked for, as short as the start beside it allows: the day is there already.
+std::string Asked(const Schedule& schedule, const Outlook& outlook, Moment now) {
+    if (Repeats(schedule)) return FormatAskedFor(schedule, now);
+    const Moment asked = AskedMoment(schedule);
+    const std::string clock = FormatClock(SecondOfDay(asked));
+    const bool sameDay = outlook.next && FormatDay(asked, now) == FormatDay(outlook.next->likely, now);
+    constexpr size_t weekday = 4;  // "Mon "
+    return sameDay ? clock : FormatDay(asked, now).substr(weekday) + ' ' + clock;
+}
+
+/// "Orvin 2.13", "Orvin (gone)".
+std::string ApplicationAndVersion(const Schedule& schedule, const Application& application) {
+    const std::string name = ApplicationName(schedule);
+    if (!application.there) return name + " (gone)";
+    return name + ' ' + (application.version.empty() ? "(no version)" : application.version);
 }
 
 /// One line above a list: the day, the clock, and the helper's state where it matters.
@@ -121,13 +134,8 @@ Report ListReport(const World& world, const Screen& screen, const std::string& c
     Report report{Banner(world, screen), Document(command)};
     report.json["helper"] = HelperToJson(world);
     report.json["schedules"] = Json::array();
-    Table table({{"NEXT START"},
-                 {"IN", true},
-                 {"NAME", false, 8},
-                 {"REPEATS"},
-                 {"ASKED FOR"},
-                 {"APPLICATION", false, 5},
-                 {"VERSION"}});
+    Table table(
+        {{"NEXT START"}, {"IN", true}, {"NAME", false, 8}, {"REPEATS"}, {"ASKED FOR"}, {"APPLICATION", false, 10}});
     const std::vector<Listed> list = InOrderOfStart(world);
     const Moment now = world.now();
     for (const auto& [schedule, outlook] : list) {
@@ -137,16 +145,12 @@ Report ListReport(const World& world, const Screen& screen, const std::string& c
         if (!outlook.next) notes.insert(notes.begin(), "never: " + outlook.never);
         const std::string start = outlook.next ? FormatMoment(outlook.next->likely, now) : "never";
         const std::string span = outlook.next ? FormatSpan(outlook.next->likely - now) : "";
-        const std::string version = !application.there            ? "gone"
-                                    : application.version.empty() ? "none"
-                                                                  : application.version;
         table.Add({{start, outlook.next ? Style::plain : Style::bad},
                    {span},
                    {Printable(schedule->skedName), Style::strong},
                    {FormatRepetition(*schedule)},
-                   {Asked(*schedule, now)},
-                   {ApplicationName(*schedule)},
-                   {version, application.fits ? Style::plain : Style::bad}},
+                   {Asked(*schedule, outlook, now)},
+                   {ApplicationAndVersion(*schedule, application), application.fits ? Style::plain : Style::bad}},
                   notes);
     }
     report.text += list.empty() ? NoSchedules(screen) : table.Render(screen) + '\n' + ListFooter(list, screen);

@@ -89,13 +89,14 @@ class Picture {
 
     [[nodiscard]] std::string At(Place place) const {
         const Place now = PlaceOf(now_);
+        const bool isNow = place.day == now.day && place.column == now.column;
         const auto found = starts_.find(place);
         if (found != starts_.end()) {
             const std::vector<size_t>& there = found->second;
+            if (isNow && there.size() == 1) return screen_.Paint(Style::marked, Letter(there[0]));
             if (there.size() == 1) return screen_.PaintPlace(there[0], Letter(there[0]));
             return screen_.Paint(Style::strong, there.size() < 10 ? std::to_string(there.size()) : "*");
         }
-        const bool isNow = place.day == now.day && place.column == now.column;
         if (isNow) return screen_.Paint(Style::good, screen_.Glyph("\u25b8", ">"));
         if (place < now) return " ";
         const size_t step = (perHour_ >= 3 ? 2 : 3) * perHour_;
