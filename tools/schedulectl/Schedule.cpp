@@ -98,6 +98,7 @@ std::vector<Start> ComingStarts(const Schedule& schedule, Moment armedAt, Moment
     likely.resize(std::min(likely.size(), count));
 
     std::vector<Start> starts;
+    starts.reserve(likely.size());
     for (const Moment moment : likely)
         starts.push_back(Repeats(schedule)
                              ? RepeatedStart(schedule, moment, armedAt)
