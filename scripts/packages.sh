@@ -2,7 +2,8 @@
 # Sourced by the other scripts: the Debian packages that each kind of work needs, and how to have them installed.
 
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libsqlite3-dev libplist-dev libcli11-dev nlohmann-json3-dev"
-TEST_PACKAGES="$BUILD_PACKAGES git libgtest-dev clang-format clang-tidy python3 python3-jsonschema locales sqlite3 systemd mandoc"
+TEST_PACKAGES="$BUILD_PACKAGES git libgtest-dev clang-format clang-tidy python3 python3-jsonschema locales sqlite3"
+TEST_PACKAGES="$TEST_PACKAGES systemd mandoc dpkg-dev file"
 
 # install_packages NAME...: installs those that are missing, as root or through sudo; where neither is to be had it says
 # which are missing and returns 1. Touches nothing when all are there.
