@@ -16,6 +16,10 @@ size_t commonLength(const char* a, const char* b) {
     return i;
 }
 
+bool endsComponent(char next) {
+    return next == '/' || next == '\0';
+}
+
 /// The folders to leave to get out of what is left of a base: one, and one more for each separator but a last one.
 unsigned long long levelsUp(const char* rest) {
     unsigned long long levels = 1;
@@ -66,7 +70,7 @@ bool LFile::MakeRelativeFolder(char* out, const char* base, const char* target) 
     if (length == 0 || folder[length - 1] != '/') copyCut(folder, length, "/");
 
     size_t common = commonLength(folder, target);
-    const bool wholeComponents = folder[common] == '/' && target[common] == '\0';
+    const bool wholeComponents = endsComponent(folder[common]) && endsComponent(target[common]);
     while (!wholeComponents && common > 0 && folder[common - 1] != '/') --common;
 
     size_t at = 0;
