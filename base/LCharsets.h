@@ -22,10 +22,9 @@ static_assert(sizeof(wchar_t) == 4 && sizeof(unsigned short) == 2);
 
 /// What the core conversions return.
 enum LCharsetsResult : unsigned long {
-    kLCharsetsWhole = 0,  ///< The whole input was converted.
-    kLCharsetsCut = 1,    ///< The limit ended the conversion; also the result whenever size is 0.
-    kLCharsetsIllFormed =
-        2,  ///< An ill-formed sequence ended it; for the encoder: a value above U+10FFFF was replaced.
+    kLCharsetsWhole = 0,      ///< The whole input was converted.
+    kLCharsetsCut = 1,        ///< The limit ended the conversion; also the result whenever size is 0.
+    kLCharsetsIllFormed = 2,  ///< An ill-formed sequence ended it, or the encoder replaced a value above U+10FFFF.
 };
 
 // ---- UTF-8 and UTF-32

@@ -91,7 +91,7 @@ LCHARSETS_VECTOR inline __m128i faults(__m128i bytes, __m128i before) {
     const __m128i pair =
         _mm_and_si128(_mm_and_si128(lookUp(firstHigh, _mm_srli_epi16(previous1, 4)), lookUp(firstLow, previous1)),
                       lookUp(secondHigh, _mm_srli_epi16(bytes, 4)));
-    // In third place of three or four, and in fourth place, a trailingSecond trailing byte in a row must stand.
+    // In third place of three or four, and in fourth place, a second trailing byte in a row must stand.
     const __m128i third = _mm_subs_epu8(previous2, _mm_set1_epi8(0xE0 - 0x80));
     const __m128i fourth = _mm_subs_epu8(previous3, _mm_set1_epi8(0xF0 - 0x80));
     const __m128i due = _mm_and_si128(_mm_or_si128(third, fourth), _mm_set1_epi8(static_cast<char>(0x80)));

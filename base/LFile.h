@@ -6,9 +6,9 @@
 // its extension.
 //
 // Every `out` holds 260 bytes: 259 and a terminator. Longer results are cut there, byte by byte, and not reported
-// (GetRelativePathFromAbsolutePath is the exception). Nothing allocates, no state is kept, and all operations may run
-// on any number of threads; only where it is said do they look at the file system. Arguments are never null. An output
-// may share a buffer with an input only where it is said.
+// (GetRelativePathFromAbsolutePath is the exception). Nothing but MakeUniqueOrderedFilePath allocates, no state is
+// kept, and all operations may run on any number of threads; only where it is said do they look at the file system.
+// Arguments are never null. An output may share a buffer with an input only where it is said.
 #pragma once
 
 class LFile {
@@ -51,7 +51,7 @@ class LFile {
     /// it is.
     static void MakeAbsoluteFilePath(char* out, const char* base, const char* relative, const char* extension);
     /// `target` seen from the folder `base`: "../../x/y" for "/a/b/c" and "/a/x/y"; `target` unchanged when the two
-    /// share nothing. False, with `out` "", when the result is too long.
+    /// share nothing; an empty `base` counts as the root. False, with `out` "", when the result is too long.
     static bool GetRelativePathFromAbsolutePath(char* out, const char* base, const char* target);
     /// `target` seen from the folder `base` by the simpler rule: one "../" for each '/' left in `base` behind the
     /// common beginning, then the rest of `target`. A common beginning that ends inside a component ends at the '/'
@@ -92,8 +92,8 @@ class LFile {
 
 extern template bool LFile::IsMatch<char>(const char* pattern, const char* name);
 
-/// Whether `extension` is one of `list`, which ends with a null pointer, ignoring case (that of the C locale's rules
-/// in force). A null list is empty.
+/// Whether `extension` is one of `list`, which ends with a null pointer, ignoring case as the locale in force has it. A
+/// null list is empty.
 bool LIsFileExtensionInList(const char* const* list, const char* extension);
 
 /// ASCII letter or digit, whatever the locale.

@@ -7,8 +7,8 @@
 
 namespace {
 
-// Far beyond the 259 characters that are kept, so the cut text is still the beginning of what the C library would
-// print; near enough that a hostile format costs microseconds.
+// Far beyond the 259 characters that are kept, so a width or a precision above it changes nothing in the cut text;
+// near enough that a hostile format costs microseconds.
 constexpr int largestNumber = 4096;
 
 // Reads digits from `text` on into `number`; returns the first character that is none.
@@ -59,14 +59,14 @@ const char* LPrintConversion::Read(const char* format) {
 }
 
 // False when the C library must not see the conversion: it would take the argument for an address or a wide character,
-// or the specification is none.
-bool LPrintConversion::BuildSpecification() {
+// or what stands before it is no width and precision.
+bool LPrintConversion::BuildFormat() {
     if (std::strchr("diouxXcefg", character_) == nullptr) return false;
     const bool zeros = kept_[0] == '0';
     const char* rest = ReadNumber(kept_, width_);
     if (*rest == '.') rest = ReadNumber(rest + 1, precision_);
     if (*rest != 0) return false;
-    char* out = specification_;
+    char* out = format_;
     *out++ = '%';
     if (zeros) *out++ = '0';
     std::memcpy(out, "*.*", 3);
@@ -77,15 +77,15 @@ bool LPrintConversion::BuildSpecification() {
 
 const char* LPrintConversion::Print(unsigned value) {
     scratch_[0] = 0;
-    if (!BuildSpecification()) return scratch_;
-    const int printed = std::snprintf(scratch_, sizeof scratch_, specification_, width_, precision_, value);
+    if (!BuildFormat()) return scratch_;
+    const int printed = std::snprintf(scratch_, sizeof scratch_, format_, width_, precision_, value);
     return printed < 0 ? "" : scratch_;
 }
 
 const char* LPrintConversion::Print(double value) {
     scratch_[0] = 0;
-    if (!BuildSpecification()) return scratch_;
-    const int printed = std::snprintf(scratch_, sizeof scratch_, specification_, width_, precision_, value);
+    if (!BuildFormat()) return scratch_;
+    const int printed = std::snprintf(scratch_, sizeof scratch_, format_, width_, precision_, value);
     return printed < 0 ? "" : scratch_;
 }
 

@@ -12,8 +12,8 @@
 //            modifiers: "%-5d" is the unknown conversion '-' and the text "5d".
 //
 // A format that ends inside a conversion writes nothing for it and takes no argument. The text of one conversion is cut
-// at 259 characters (widths and precisions above 4096 count as 4096) and ends at a zero that "%c" printed; a
-// specification with two dots is treated as an unknown conversion. The decimal point is that of the program's locale.
+// at 259 characters (widths and precisions above 4096 count as 4096) and ends at a zero that "%c" printed; one with two
+// dots is treated as an unknown conversion. The decimal point is that of the program's locale.
 //
 // Arguments must have exactly the types above, and texts must not lie in the target that is printed into. Everything
 // here is reentrant.
@@ -23,7 +23,7 @@
 
 #include "base/LString.h"
 
-/// One conversion on its way from the format to text: reads the specification, prints one value.
+/// One conversion on its way from the format to text: reads width and precision, prints one value.
 class LPrintConversion {
   public:
     /// Reads the width and precision that begin at `format`, right after the '%'; returns where the conversion
@@ -37,13 +37,13 @@ class LPrintConversion {
     const char* Print(double value);
 
   private:
-    bool BuildSpecification();
+    bool BuildFormat();
 
     static constexpr int textSize = 260;
 
     char kept_[textSize - 2];  // what stood between '%' and the conversion character, terminated
     char character_ = 0;
-    char specification_[8];  // for the C library, with width and precision as arguments
+    char format_[8];  // for the C library, with width and precision as arguments
     int width_ = 0;
     int precision_ = -1;
     char scratch_[textSize];

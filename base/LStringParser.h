@@ -42,10 +42,9 @@ bool LStringFindTextFieldTemplate(const T* text, const T* start, const T* end, T
 extern template bool LStringFindTextFieldTemplate<char>(const char* text, const char* start, const char* end, char* out,
                                                         unsigned long size);
 
-/// The next item of a comma-separated line, without its quotes and without the unquoted spaces around it, at most
-/// `size`
-/// - 1 characters of it. `pos` is where to read in `line`; it starts at 0 and moves behind the item's comma. The line
-/// ends at the terminator or at a line end, where `pos` stays.
+/// The next item of a comma-separated line, without its quotes and without the unquoted spaces around it; of a longer
+/// one the first `size` - 1 characters. `pos` is where to read in `line`; it starts at 0 and moves behind the item's
+/// comma. The line ends at the terminator or at a line end, where `pos` stays.
 ///
 /// True when the item is not empty. False is therefore either an empty item or the end: look at line[pos]. A `size` of
 /// 0 leaves `out` untouched and gives false, but `pos` moves.

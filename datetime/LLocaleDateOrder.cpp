@@ -43,12 +43,8 @@ int LDateOrderOfFormat(std::string_view format) {
 }
 
 int LGetLocaleDateFormatOrder() {
-    char format[kLongestFormat + 1];
-    const char* of = nl_langinfo(D_FMT);
-    const size_t length = strnlen(of, kLongestFormat);
-    std::memcpy(format, of, length);
-    format[length] = '\0';
-    return LDateOrderOfFormat(format);
+    const char* format = nl_langinfo(D_FMT);
+    return LDateOrderOfFormat({format, strnlen(format, kLongestFormat)});
 }
 
 int LDateTime::DateFormatOrder() {

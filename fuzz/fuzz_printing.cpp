@@ -36,9 +36,9 @@ bool HasLargeNumber(const std::string& digits) {
 }
 
 template <typename Value>
-std::string Printed(const std::string& specification, Value value) {
+std::string Printed(const std::string& format, Value value) {
     std::string out(8192, '\0');
-    std::snprintf(out.data(), out.size(), specification.c_str(), value);
+    std::snprintf(out.data(), out.size(), format.c_str(), value);
     return std::string(out.c_str()).substr(0, 259);
 }
 
@@ -49,8 +49,8 @@ void ExpectConversion(const std::string& digits, char conversion, Expectation& e
     if (conversion == 's' || std::strchr("diouxXcefg", conversion) == nullptr) return;
     if (std::count(digits.begin(), digits.end(), '.') > 1 || HasLargeNumber(digits)) expected.known = false;
     if (!expected.known) return;
-    const std::string specification = "%" + digits + conversion;
-    expected.output += isReal ? Printed(specification, real) : Printed(specification, number);
+    const std::string format = "%" + digits + conversion;
+    expected.output += isReal ? Printed(format, real) : Printed(format, number);
 }
 
 Expectation Expect(const std::string& format) {

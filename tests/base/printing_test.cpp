@@ -68,7 +68,7 @@ TEST(Printing, CutsAConversionAt259Characters) {
     EXPECT_EQ(Print("%99999999999999999999d|", 1), std::string(259, ' ') + "|");
     EXPECT_EQ(Print("%.99999999999999999999x|", 1), std::string(259, '0') + "|");
     const std::string zeros(256, '0');
-    EXPECT_EQ(Print(("%" + zeros + "5d").c_str(), 42), "00042") << "257 characters of specification";
+    EXPECT_EQ(Print(("%" + zeros + "5d").c_str(), 42), "00042") << "257 digits are kept";
     EXPECT_EQ(Print(("%0" + zeros + "5d").c_str(), 42), "42") << "the 258th is dropped";
 }
 
@@ -101,11 +101,8 @@ TEST(Printing, FillsAndAppendsToLongStrings) {
     EXPECT_EQ(tsprintfappend(string, "b%d", 7), 3U);
     EXPECT_STREQ(string.buffer, "ab7");
     EXPECT_EQ(string.tsprintfappend(nullptr), 3U);
-    for (const auto& [length, capacity] : {std::pair{258UL, 260U}, {259UL, 260U}, {260UL, 1040U}, {300UL, 1040U}}) {
-        LStringLongTemplate<char> target;
-        EXPECT_EQ(sprintf(target, "%s", std::string(length, 'x').c_str()), length);
-        EXPECT_EQ(target.capacity, capacity);
-    }
+    EXPECT_EQ(sprintf(string, "%s", std::string(300, 'x').c_str()), 300U);
+    EXPECT_EQ(string.capacity, 1040U);
     EXPECT_EQ(sprintf(string, nullptr), 0U);
     EXPECT_STREQ(string.buffer, "");
 }
