@@ -93,19 +93,26 @@ TEST(Charsets, Ansi) {
         copy(out.data(), in.c_str(), size);
         return std::string(out.data());
     };
-    EXPECT_EQ(fixed(LCopyAnsiFromUTF8, "\u00E9\u00E9", 5), "\xE9\xE9");
-    EXPECT_EQ(fixed(LCopyAnsiFromUTF8, "\u00E9\u00E9", 4), "\xE9");
-    EXPECT_EQ(fixed(LCopyAnsiFromUTF8, "a\u20AC", 9), "");
-    EXPECT_EQ(fixed(LCopyUTF8FromAnsi, "a\x80", 5), "a\u20AC");
-    EXPECT_EQ(fixed(LCopyUTF8FromAnsi, "a\x80", 4), "a");
-    EXPECT_EQ(fixed(LCopyUTF8FromAnsi, "ab", 1), "");
+    const struct {
+        FixedCopy copy;
+        const char* in;
+        unsigned long size;
+        const char* out;
+    } rows[] = {{LCopyAnsiFromUTF8, "\u00E9\u00E9", 5, "\xE9\xE9"},
+                {LCopyAnsiFromUTF8, "\u00E9\u00E9", 4, "\xE9"},
+                {LCopyAnsiFromUTF8, "a\u20AC", 9, ""},
+                {LCopyUTF8FromAnsi, "a\x80", 5, "a\u20AC"},
+                {LCopyUTF8FromAnsi, "a\x80", 4, "a"},
+                {LCopyUTF8FromAnsi, "ab", 1, ""}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(fixed(row.copy, row.in, row.size), row.out);
+        row.copy(nullptr, row.in, 0);
+    }
     for (const size_t length : {4094u, 4095u, 4096u, 4097u, 9000u}) {  // around what the stack holds
         const std::string text(length, 'x');
         EXPECT_EQ(fixed(LCopyAnsiFromUTF8, text, length + 1), text);
         EXPECT_EQ(fixed(LCopyUTF8FromAnsi, text, length + 1), text);
     }
-    LCopyAnsiFromUTF8(nullptr, "a", 0);
-    LCopyUTF8FromAnsi(nullptr, "a", 0);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The conversions, the measures and the wildcard rule once more, as plainly as they can be said: what the fast code is
-// held against, in the tests and in the fuzz targets.
+// The conversions, the measures and the wildcard rule once more, as plainly as they can be said, and whether the
+// library agrees: what the fast code is held against, in the tests and in the fuzz targets.
 #pragma once
 
 #include <algorithm>
@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/LCharsets.h"
 
 namespace reference {
 
@@ -108,6 +110,33 @@ inline size_t charsBefore(const std::string& text, size_t byteIndex) {
     const std::vector<size_t> places = boundaries(text);
     return static_cast<size_t>(
         std::count_if(places.begin(), places.end() - 1, [&](size_t p) { return p < byteIndex; }));
+}
+
+// Whether the library gives the same, into buffers of exactly `size` elements.
+inline bool decodes(const char* in, unsigned long size, wchar_t* wide, unsigned short* units) {
+    const Decoded expected = decode(in, size);
+    bool same = LCopyUTF32FromUTF8Native(wide, in, size) == expected.result &&
+                LCopyUnicodeFromUTF8(units, in, size) == expected.result;
+    for (size_t i = 0; i <= expected.text.size(); ++i) {  // the terminators too
+        const char32_t value = expected.text.c_str()[i];
+        same = same && static_cast<char32_t>(wide[i]) == value && units[i] == static_cast<unsigned short>(value);
+    }
+    return same;
+}
+
+inline bool measures(const char* in, unsigned long size, char* out) {
+    const std::string text = in;
+    const size_t bytes = copied(text, size);
+    const std::vector<size_t> places = boundaries(text);
+    return utf8strlcpy(out, in, size) == bytes && out == text.substr(0, bytes) && utf8strlen(in) == places.size() - 1 &&
+           LCharsetsUTF8ByteIndexToCharIndex(in, size) == charsBefore(text, size) &&
+           LCharsetsUTF8CharIndexToByteIndex(in, size) == places[std::min<size_t>(size, places.size() - 1)];
+}
+
+template <typename T>
+bool encodes(const T* in, unsigned long size, char* out, unsigned long (*function)(char*, const T*, unsigned long)) {
+    const unsigned long result = function(out, in, size);
+    return encode(std::basic_string<T>(in), size) == Encoded{out, result};
 }
 
 // The wildcard rule, every start of every '*' tried, over a table filled from the ends.

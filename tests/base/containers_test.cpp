@@ -125,33 +125,27 @@ TEST(StringLists, GrowByEightAndStayClosedByANull) {
         ASSERT_EQ(list.capacity, i < 7 ? 7U : i < 63 ? 63U : 511U);
     }
     list.Delete(64);
-    EXPECT_EQ(list.count, 64U);
     list.Delete(63);
     list.Delete(1);
-    EXPECT_STREQ(list.items[0], "");
-    EXPECT_STREQ(list.items[1], "2");
-    EXPECT_STREQ(list.items[61], "62");
-    EXPECT_EQ(list.items[62], nullptr);
+    std::string left;
+    for (char** item = list.items; *item != nullptr; ++item) left += *item;
+    EXPECT_TRUE(list.count == 62 && left.starts_with("234") && left.ends_with("6162")) << left;
     list.Clear();
-    EXPECT_EQ(list.count, 0U);
-    EXPECT_EQ(list.items[0], nullptr);
-    EXPECT_EQ(list.capacity, 511U);
+    EXPECT_TRUE(list.count == 0 && list.items[0] == nullptr && list.capacity == 511);
 }
 
 TEST(Arrays, KeepTheirFirstElementsAndStartWithZeros) {
     LVector<std::string> vector;
-    vector.SetSize(0);
-    vector.SetSize(2);
-    vector[0] = "a";
-    vector[1] = "b";
-    const std::string* data = vector.data;
-    vector.SetSize(2);
-    EXPECT_EQ(vector.data, data);
-    vector.SetSize(3);
-    EXPECT_EQ(vector[0] + vector[1] + vector[2], "ab");
-    vector.SetSize(1);
-    EXPECT_EQ(vector[0], "a");
-    vector.SetSize(0);
+    for (const unsigned long size : {0UL, 2UL, 2UL, 3UL, 1UL, 0UL}) {
+        const std::string* const before = vector.data;
+        const unsigned long had = vector.size;
+        vector.SetSize(size);
+        EXPECT_EQ(vector.data == before, had == size);
+        for (unsigned long i = 0; i < size; ++i) {
+            EXPECT_EQ(vector[i], i < had ? std::to_string(i) : "");
+            vector[i] = std::to_string(i);
+        }
+    }
     EXPECT_EQ(vector.data, nullptr);
     LArray<long> array(100);
     for (unsigned long i = 0; i < 100; ++i) ASSERT_EQ(array[i], 0);

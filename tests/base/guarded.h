@@ -4,10 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <string>
 
 template <typename T>
 class Guarded {
@@ -21,9 +19,6 @@ class Guarded {
         end_ = base_ + used;
         std::memset(base_, 0x5A, used);
         data_ = reinterpret_cast<T*>(end_) - count;
-    }
-    explicit Guarded(const std::basic_string<T>& text) : Guarded(text.size() + 1) {
-        std::copy_n(text.c_str(), text.size() + 1, data_);
     }
     ~Guarded() { munmap(base_, size_); }
     Guarded(const Guarded&) = delete;

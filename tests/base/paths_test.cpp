@@ -13,11 +13,11 @@
 
 namespace {
 
-/// Runs an operation on a buffer of exactly 260 bytes that was not terminated before.
-template <typename Operation>
-std::string into(Operation operation) {
+/// What an operation writes into a buffer of exactly 260 bytes that was not terminated before.
+template <typename Operation, typename... Arguments>
+std::string into(Operation operation, Arguments... arguments) {
     Guarded<char> out(260);
-    operation(out.data());
+    operation(out.data(), arguments...);
     return out.data();
 }
 
@@ -42,11 +42,11 @@ TEST(Paths, TakenApart) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.path);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFolderFromPath(out, row.path); }), row.folder);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFileFromPath(out, row.path); }), row.file);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFileNameFromPath(out, row.path); }), row.name);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFileExtensionFromPath(out, row.path); }), row.extension);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetBaseFolderFromPath(out, row.path); }), row.base);
+        EXPECT_EQ(into(LFile::_GetFolderFromPath, row.path), row.folder);
+        EXPECT_EQ(into(LFile::_GetFileFromPath, row.path), row.file);
+        EXPECT_EQ(into(LFile::_GetFileNameFromPath, row.path), row.name);
+        EXPECT_EQ(into(LFile::_GetFileExtensionFromPath, row.path), row.extension);
+        EXPECT_EQ(into(LFile::_GetBaseFolderFromPath, row.path), row.base);
     }
 }
 
@@ -56,27 +56,20 @@ TEST(Paths, ExactAtTheEndOfTheBuffer) {
         const std::string x(length, 'x');
         const std::string cut = x.substr(0, 259);
         const std::string tail = "." + x.substr(1);
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFileFromPath(out, ("a/" + x + "/b").c_str()); }),
-                  length >= 259 ? cut : "b");
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFolderFromPath(out, (x + "/y").c_str()); }), length < 260 ? x : "");
-        EXPECT_EQ(into([&](char* out) { LFile::_GetFileExtensionFromPath(out, ("a" + tail).c_str()); }),
-                  tail.substr(0, 259));
-        EXPECT_EQ(into([&](char* out) { LFile::_GetBaseFolderFromPath(out, (x + "/y").c_str()); }), cut);
-        EXPECT_EQ(into([&](char* out) { LFile::_ApplyNewFileExtension(out, x.c_str(), ".wav"); }),
-                  (cut + ".wav").substr(0, 259));
-        EXPECT_EQ(into([&](char* out) {
-                      const int whole = LFile::_MakeFilePath(out, "d", x.c_str(), ".e");
-                      EXPECT_EQ(whole, static_cast<int>(length + 4));
-                  }),
-                  ("d/" + x + ".e").substr(0, 259));
-        EXPECT_EQ(into([&](char* out) { LFile::_MakeFilePath(out, x.c_str(), "n", ""); }),
-                  (x.substr(0, 258) + "/n").substr(0, 259));
+        EXPECT_EQ(into(LFile::_GetFileFromPath, ("a/" + x + "/b").c_str()), length >= 259 ? cut : "b");
+        EXPECT_EQ(into(LFile::_GetFolderFromPath, (x + "/y").c_str()), length < 260 ? x : "");
+        EXPECT_EQ(into(LFile::_GetFileExtensionFromPath, ("a" + tail).c_str()), tail.substr(0, 259));
+        EXPECT_EQ(into(LFile::_GetBaseFolderFromPath, (x + "/y").c_str()), cut);
+        EXPECT_EQ(into(LFile::_ApplyNewFileExtension, x.c_str(), ".wav"), (cut + ".wav").substr(0, 259));
+        EXPECT_EQ(into(LFile::_MakeFilePath, "d", x.c_str(), ".e"), ("d/" + x + ".e").substr(0, 259));
+        char joined[260];
+        EXPECT_EQ(LFile::_MakeFilePath(joined, "d", x.c_str(), ".e"), static_cast<int>(length + 4));
+        EXPECT_EQ(into(LFile::_MakeFilePath, x.c_str(), "n", ""), (x.substr(0, 258) + "/n").substr(0, 259));
         EXPECT_EQ(into([&](char* out) { LFile::PreprocessName((":" + x).c_str(), out); }), cut);
         const std::string quoted = x.substr(0, length - 1) + "\"";
         EXPECT_EQ(into([&](char* out) { LFile::EscapeFilePath(quoted.c_str(), out); }),
                   length < 259 ? x.substr(0, length - 1) + "\\\"" : x.substr(0, std::min<size_t>(length - 1, 259)));
-        EXPECT_EQ(into([&](char* out) { LFile::GetHumanReadableDriveFromPath(out, x.c_str()); }),
-                  (x + ":\\").substr(0, 259));
+        EXPECT_EQ(into(LFile::GetHumanReadableDriveFromPath, x.c_str()), (x + ":\\").substr(0, 259));
     }
 }
 
@@ -87,7 +80,7 @@ TEST(Paths, PutTogether) {
         {"a/b.txt", ".wav", "a/b.wav"},   {"a.b/c", ".wav", "a.b/c.wav"}, {".profile", ".txt", ".profile.txt"},
         {"a/.profile", ".txt", "a/.txt"}, {"", ".txt", ".txt"},           {"a.b.c", "", "a.b"}};
     for (const auto& row : extensions) {
-        EXPECT_EQ(into([&](char* out) { LFile::_ApplyNewFileExtension(out, row.path, row.extension); }), row.expected);
+        EXPECT_EQ(into(LFile::_ApplyNewFileExtension, row.path, row.extension), row.expected);
     }
     const struct {
         const char *folder, *name, *extension, *expected;
@@ -125,8 +118,7 @@ TEST(Paths, Absolute) {
         {"", "../x", "x"},
     };
     for (const auto& row : rows) {
-        EXPECT_EQ(into([&](char* out) { LFile::MakeAbsoluteFilePath(out, row.base, row.relative, ".e"); }),
-                  std::string(row.expected) + ".e")
+        EXPECT_EQ(into(LFile::MakeAbsoluteFilePath, row.base, row.relative, ".e"), std::string(row.expected) + ".e")
             << row.base << ' ' << row.relative;
     }
 }
@@ -148,6 +140,7 @@ TEST(Paths, Relative) {
         {"abc", "abd", "abd", "../abd"},
         {"a\\b\\c", "a\\x", "..\\..\\x", "../a\\x"},
         {"x", "", "", "../"},
+        {"", "/x", "x", "x"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.base) + " " + row.target);
@@ -165,8 +158,13 @@ TEST(Paths, Relative) {
         EXPECT_EQ(fits, length < 255);
         EXPECT_EQ(out, fits ? "../../" + std::string(253, 't') : "");
     }
+    for (const size_t length : {257u, 258u, 259u}) {  // the longest has no place for a '/' behind it
+        const std::string base = "/" + std::string(length - 1, 'b');
+        EXPECT_EQ(into(LFile::MakeRelativeFolder, base.c_str(), (base + "/c").c_str()), "c");
+        EXPECT_EQ(into(LFile::MakeRelativeFolder, base.c_str(), base.c_str()), length < 259 ? "../" : "");
+    }
     const std::string deep(255, '/');
-    EXPECT_EQ(into([&](char* out) { LFile::MakeRelativeFolder(out, ("a" + deep).c_str(), "b"); }).size(), 259u);
+    EXPECT_EQ(into(LFile::MakeRelativeFolder, ("a" + deep).c_str(), "b").size(), 259u);
 }
 
 TEST(Paths, NamesThatPeopleType) {
@@ -204,7 +202,7 @@ class PathsOnDisk : public testing::Test {
     ~PathsOnDisk() override { std::filesystem::remove_all(folder_); }
 
     std::string unique(const std::string& folder, const std::string& name) {
-        return into([&](char* out) { LFile::MakeUniqueOrderedFilePath(out, folder.c_str(), name.c_str(), ".mov"); });
+        return into(LFile::MakeUniqueOrderedFilePath, folder.c_str(), name.c_str(), ".mov");
     }
 
     std::string folder_;
@@ -231,13 +229,11 @@ TEST_F(PathsOnDisk, FoldersAndMounts) {
     char before[260];
     ASSERT_EQ(LFile::GetCurrentDirectory(before), before);
     EXPECT_EQ(LFile::SetCurrentDirectory(folder_.c_str()), 0);
-    EXPECT_TRUE(std::filesystem::equivalent(into([](char* out) { LFile::GetCurrentDirectory(out); }), folder_));
+    EXPECT_TRUE(std::filesystem::equivalent(into(LFile::GetCurrentDirectory), folder_));
     EXPECT_EQ(LFile::SetCurrentDirectory("nothing of that name"), -1);
     EXPECT_EQ(LFile::SetCurrentDirectory(before), 0);
 
-    const auto mount = [](const char* path) {
-        return into([&](char* out) { LFile::GetHumanReadableDriveFromPath(out, path); });
-    };
+    const auto mount = [](const char* path) { return into(LFile::GetHumanReadableDriveFromPath, path); };
     EXPECT_EQ(mount("/"), "/");
     EXPECT_EQ(mount("/proc/self/status"), "/proc");
     EXPECT_EQ(mount("/nothing of that name"), "/");
