@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "base/LFile.h"
 #include "charsets_reference.h"
@@ -142,21 +143,20 @@ TEST(Paths, Relative) {
         {"x", "", "", "../"},
         {"", "/x", "x", "x"},
     };
+    bool fits = false;
+    const auto relative = [&fits](const char* base, const std::string& target) {
+        return into([&](char* out) { fits = LFile::GetRelativePathFromAbsolutePath(out, base, target.c_str()); });
+    };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.base) + " " + row.target);
-        EXPECT_EQ(
-            into([&](char* out) { EXPECT_TRUE(LFile::GetRelativePathFromAbsolutePath(out, row.base, row.target)); }),
-            row.careful);
-        EXPECT_EQ(into([&](char* out) { EXPECT_TRUE(LFile::MakeRelativeFilePath(out, row.base, row.target)); }),
-                  row.simple);
+        EXPECT_EQ(relative(row.base, row.target), row.careful);
+        EXPECT_TRUE(fits);
+        EXPECT_EQ(into(LFile::MakeRelativeFilePath, row.base, row.target), row.simple);
     }
     for (const size_t length : {253u, 254u, 255u}) {  // with "../../" 259, 260 and 261
-        const std::string target = "/" + std::string(length, 't');
-        bool fits = false;
-        const std::string out =
-            into([&](char* place) { fits = LFile::GetRelativePathFromAbsolutePath(place, "/b/c", target.c_str()); });
+        EXPECT_EQ(relative("/b/c", "/" + std::string(length, 't')),
+                  length < 255 ? "../../" + std::string(253, 't') : "");
         EXPECT_EQ(fits, length < 255);
-        EXPECT_EQ(out, fits ? "../../" + std::string(253, 't') : "");
     }
     for (const size_t length : {257u, 258u, 259u}) {  // the longest has no place for a '/' behind it
         const std::string base = "/" + std::string(length - 1, 'b');
@@ -233,14 +233,13 @@ TEST_F(PathsOnDisk, FoldersAndMounts) {
     EXPECT_EQ(LFile::SetCurrentDirectory("nothing of that name"), -1);
     EXPECT_EQ(LFile::SetCurrentDirectory(before), 0);
 
-    const auto mount = [](const char* path) { return into(LFile::GetHumanReadableDriveFromPath, path); };
-    EXPECT_EQ(mount("/"), "/");
-    EXPECT_EQ(mount("/proc/self/status"), "/proc");
-    EXPECT_EQ(mount("/nothing of that name"), "/");
-    EXPECT_EQ(mount("C"), "C:\\");
-    EXPECT_EQ(mount("Disk1 of that name"), "Disk1:\\");
-    EXPECT_EQ(mount("-x"), "");
-    EXPECT_EQ(mount(""), "");
+    const std::pair<const char*, const char*> rows[] = {
+        {"/", "/"},    {"/proc/self/status", "/proc"},     {"/nothing of that name", "/"},
+        {"C", "C:\\"}, {"Disk1 of that name", "Disk1:\\"}, {"-x", ""},
+        {"", ""}};
+    for (const auto& [path, expected] : rows) {
+        EXPECT_EQ(into(LFile::GetHumanReadableDriveFromPath, path), expected) << path;
+    }
 }
 
 // Every pattern and name of a small alphabet, in which the '*' of a name is the hard case.

@@ -19,23 +19,21 @@ std::string Print(const char* format, Arguments... arguments) {
     return string.buffer;
 }
 
+// Widths and precisions around the 259 characters that are kept of a conversion, too.
 TEST(Printing, AgreesWithTheCLibrary) {
-    const char* sizes[] = {"",   "1",   "5",   "05",   "20",  "020", ".",      ".0",
-                           ".3", ".20", "9.4", "09.4", "3.9", "0.",  "0100.60"};
-    for (const char* size : sizes) {
-        char expected[400];
-        for (const char conversion : {'d', 'i', 'o', 'u', 'x', 'X', 'c', 'e', 'f', 'g'}) {
-            const std::string format = std::string("<%") + size + conversion + ">";
-            for (const int value : {0, 1, 65, -42, INT_MAX, INT_MIN}) {
-                if (conversion >= 'e' && conversion <= 'g') {
-                    std::snprintf(expected, sizeof expected, format.c_str(), value * 1.5e-3);
-                    EXPECT_EQ(Print(format.c_str(), value * 1.5e-3), expected) << format;
-                } else if (conversion != 'c' || value == 65) {
-                    std::snprintf(expected, sizeof expected, format.c_str(), value);
-                    EXPECT_EQ(Print(format.c_str(), value), expected) << format;
-                }
-            }
+    const auto check = [](const std::string& format, auto value) {
+        char expected[5000];
+        std::snprintf(expected, sizeof expected, format.c_str(), value);
+        EXPECT_EQ(Print((format + "|").c_str(), value), std::string(expected).substr(0, 259) + "|") << format;
+    };
+    for (const std::string size :
+         {"",     "1",   "5",   "05",  "20",      "020",  ".",    ".0",   ".3",   ".20",  "9.4",  "3.9",  "0.",
+          "09.4", "258", "259", "260", "0100.60", "0261", "4096", ".258", ".259", ".260", ".261", ".4096"}) {
+        for (const int value : {0, 1, 65, -42, INT_MAX, INT_MIN}) {
+            for (const char conversion : {'d', 'i', 'o', 'u', 'x', 'X'}) check("%" + size + conversion, value);
+            for (const char conversion : {'e', 'f', 'g'}) check("%" + size + conversion, value * 1e90 / 3);
         }
+        check("%" + size + 'c', 65);
     }
 }
 
@@ -56,15 +54,7 @@ TEST(Printing, KeepsToItsOwnRules) {
     }
 }
 
-TEST(Printing, CutsAConversionAt259Characters) {
-    for (const int width : {258, 259, 260, 261, 4000, 4096}) {
-        const std::string size = std::to_string(width);
-        std::string expected(4096, ' ');
-        std::snprintf(expected.data(), expected.size(), "%*d", width, -7);
-        EXPECT_EQ(Print(("%" + size + "d|").c_str(), -7), std::string(expected.c_str()).substr(0, 259) + "|");
-        std::snprintf(expected.data(), expected.size(), "%.*f", width, 1e300 / 3);
-        EXPECT_EQ(Print(("%." + size + "f|").c_str(), 1e300 / 3), std::string(expected.c_str()).substr(0, 259) + "|");
-    }
+TEST(Printing, KnowsNumbersOfAnyLength) {
     EXPECT_EQ(Print("%99999999999999999999d|", 1), std::string(259, ' ') + "|");
     EXPECT_EQ(Print("%.99999999999999999999x|", 1), std::string(259, '0') + "|");
     const std::string zeros(256, '0');
