@@ -11,6 +11,7 @@
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    dispatch_get_main_queue();  // the runtime is up before any test can ask for the end
     std::thread([] {
         int result = 0;
         {
