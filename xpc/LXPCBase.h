@@ -81,6 +81,12 @@ class LXPCConnection {
     int retainCount = 0;  // references of the platform connection that this object holds
 };
 
+struct LXPCHandleRelease {
+    void operator()(xpc_connection_t handle) const { xpc_release(handle); }
+};
+/// One reference to a platform connection.
+using LXPCHeldConnection = std::unique_ptr<_xpc_connection_s, LXPCHandleRelease>;
+
 /// Tells `notify` (null: nobody) what the platform's error object `event` means.
 void ErrorHandler(void* event, long connection, LXPCEventNotify* notify);
 

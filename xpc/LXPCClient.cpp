@@ -65,17 +65,17 @@ void LXPCClient::Resume(const char* name, unsigned long id) {
 }
 
 /// A reference of the sender's own, so that a Disconnect meanwhile does no harm; null when there is no such connection.
-LXPCClient::HeldConnection LXPCClient::Hold(const char* name, unsigned long id) {
+LXPCHeldConnection LXPCClient::Hold(const char* name, unsigned long id) {
     const std::lock_guard lock(connectionsMutex_);
     const LXPCConnection* const found = Find(name, id);
     if (found == nullptr) return nullptr;
     xpc_retain(found->connection);
-    return HeldConnection(found->connection);
+    return LXPCHeldConnection(found->connection);
 }
 
 void LXPCClient::SendMessage(const char* name, unsigned long id, const LXPCData* items, unsigned long count,
                              bool wantReply) {
-    const HeldConnection held = Hold(name, id);
+    const LXPCHeldConnection held = Hold(name, id);
     if (held == nullptr) return;
     LList<LXPCDataListable> message;
     for (unsigned long i = 0; i < count; ++i) {

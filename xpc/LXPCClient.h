@@ -45,12 +45,7 @@ class LXPCClient : public LXPCBase {
     using LXPCBase::SendMessage;
 
   private:
-    struct ReleaseHandle {
-        void operator()(xpc_connection_t handle) const { xpc_release(handle); }
-    };
-    using HeldConnection = std::unique_ptr<_xpc_connection_s, ReleaseHandle>;
-
-    HeldConnection Hold(const char* name, unsigned long id);
+    LXPCHeldConnection Hold(const char* name, unsigned long id);
     /// The caller holds the lock. Null when there is none.
     LXPCConnection* Find(const char* name, unsigned long id);
 };

@@ -2,17 +2,19 @@
 
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace {
 
 /// Owns the listeners of this process. They live as long as it does, so nothing ever takes one out, and no static
 /// destructor touches them while their events may still come.
-void KeepForGood(xpc_connection_t listener) {
+xpc_connection_t KeepForGood(LXPCHeldConnection listener) {
     static std::mutex mutex;
-    static auto* const listeners = new std::vector<xpc_connection_t>;
+    static auto* const listeners = new std::vector<LXPCHeldConnection>;
     const std::lock_guard lock(mutex);
-    listeners->push_back(listener);
+    listeners->push_back(std::move(listener));
+    return listeners->back().get();
 }
 
 }  // namespace
@@ -52,15 +54,15 @@ void LXPCServerBase::HandleListenerEvent(xpc_object_t event) {
 }
 
 bool LXPCMachServer::Listen(const char* name) {
-    const xpc_connection_t listener =
-        xpc_connection_create_mach_service(name, dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER);
+    LXPCHeldConnection listener(
+        xpc_connection_create_mach_service(name, dispatch_get_main_queue(), XPC_CONNECTION_MACH_SERVICE_LISTENER));
     if (listener == nullptr) return false;
-    KeepForGood(listener);
-    xpc_connection_set_event_handler(listener, [this, link = link_](xpc_object_t event) {
+    xpc_connection_set_event_handler(listener.get(), [this, link = link_](xpc_object_t event) {
         const PlatformGate::Pass pass(link->gate);
         if (pass) HandleListenerEvent(event);
     });
-    xpc_connection_resume(listener);
+    // Where memory runs out before this, the name is free again: callers are better refused than never served.
+    xpc_connection_resume(KeepForGood(std::move(listener)));
     return true;
 }
 
