@@ -58,14 +58,14 @@ void Endpoint::resume() noexcept {
     assert(suspensions_.load() > 0 && "more resumes than suspends");
     if (suspensions_.load() == 0) return;
     if (suspensions_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        if (!activated_.exchange(true, std::memory_order_acq_rel)) retain();  // released by the final event
+        if (!activated_.exchange(true)) retain();  // released by the final event
         poke();
     }
     queue_.resume();
 }
 
 void Endpoint::cancel() noexcept {
-    if (cancelled_.exchange(true, std::memory_order_acq_rel)) return;
+    if (cancelled_.exchange(true)) return;
     if (isActivated()) poke();  // else the first resume finds it cancelled
 }
 

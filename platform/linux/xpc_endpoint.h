@@ -1,9 +1,9 @@
 // What clients, accepted peers and listeners share: a handler, a serial queue, counted suspension and cancellation.
 //
 // Three kinds of thread meet in a connection, each with its part:
-//   callers        change what is asked for (suspended, cancelled, handler) under `mutex_`, and then poke the io
-//   thread; the io thread  alone opens, watches and closes descriptors: `evaluate` compares what is asked for with what
-//   is; the queue      runs the handlers, one at a time; a job in it holds a reference on the connection.
+//   - callers change what is asked for (suspended, cancelled, handler), and then poke the io thread;
+//   - the io thread alone opens, watches and closes descriptors: `evaluate` compares what is asked for with what is;
+//   - the queue runs the handlers, one at a time; a job in it holds a reference on the connection.
 //
 // References: from its first resume until its last event a connection holds one on itself, so an accepted peer that
 // nobody retained is served, and the end of a connection is always delivered. One that was never resumed holds none:
@@ -58,9 +58,10 @@ class Endpoint : public _xpc_connection_s {
     /// Takes the barrier that is part of the connection, or a new one. Throws std::bad_alloc.
     Barrier* takeBarrier();
 
-    [[nodiscard]] bool isCancelled() const { return cancelled_.load(std::memory_order_acquire); }
+    // Sequentially consistent, as their changes are: of a cancel and a first resume that race, one sees the other.
+    [[nodiscard]] bool isCancelled() const { return cancelled_.load(); }
+    [[nodiscard]] bool isActivated() const { return activated_.load(); }
     [[nodiscard]] bool isSuspended() const { return suspensions_.load(std::memory_order_acquire) > 0; }
-    [[nodiscard]] bool isActivated() const { return activated_.load(std::memory_order_acquire); }
 
     struct EndpointJob : runtime::Job {
         EndpointJob(Endpoint* endpoint, Run function) : Job(function), owner(endpoint) {}
