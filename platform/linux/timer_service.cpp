@@ -67,28 +67,12 @@ void TimerService::setTimer(dispatch_source_s* source, uint64_t start, uint64_t 
     armLocked(source);
 }
 
-void TimerService::suspend(dispatch_source_s* source) noexcept {
-    const std::lock_guard lock(mutex_);
-    ++source->suspensions;
-    source->state.fetch_or(dispatch_source_s::kSuspended, std::memory_order_acq_rel);
-    heap_.remove(source);
-}
-
 void TimerService::resume(dispatch_source_s* source) noexcept {
-    {
-        const std::lock_guard lock(mutex_);
-        assert(source->suspensions != 0);
-        if (source->suspensions == 0 || --source->suspensions != 0) return;
-        source->state.fetch_and(~dispatch_source_s::kSuspended, std::memory_order_acq_rel);
-        armLocked(source);
-    }
-    if ((source->state.load(std::memory_order_acquire) & dispatch_source_s::kWaiting) == 0) return;
-    source->retain();
-    if (source->queueWaiting()) {
-        source->queue->post(source);
-    } else {
-        source->release();
-    }
+    const std::lock_guard lock(mutex_);
+    assert(!source->resumed && "resumed twice");
+    if (source->resumed) return;
+    source->resumed = true;
+    armLocked(source);
 }
 
 void TimerService::disarm(dispatch_source_s* source) noexcept {
@@ -98,7 +82,7 @@ void TimerService::disarm(dispatch_source_s* source) noexcept {
 
 void TimerService::armLocked(dispatch_source_s* source) noexcept {
     const bool cancelled = (source->state.load(std::memory_order_relaxed) & dispatch_source_s::kCancelled) != 0;
-    if (cancelled || source->suspensions != 0) return;
+    if (cancelled || !source->resumed) return;
     source->order = nextOrder_++;
     insertLocked(source);
 }

@@ -28,7 +28,6 @@ class TimerService final : public IoWatcher {
     void dismiss() noexcept { sources_.fetch_sub(1, std::memory_order_relaxed); }
 
     void setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept;
-    void suspend(dispatch_source_s* source) noexcept;
     void resume(dispatch_source_s* source) noexcept;
     void disarm(dispatch_source_s* source) noexcept;
 

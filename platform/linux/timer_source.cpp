@@ -26,8 +26,8 @@ uint32_t change(std::atomic<uint32_t>& state, Step step) noexcept {
     return old;
 }
 
-bool isHeld(uint32_t state) {
-    return (state & (dispatch_source_s::kCancelled | dispatch_source_s::kSuspended)) != 0;
+bool isCancelled(uint32_t state) {
+    return (state & dispatch_source_s::kCancelled) != 0;
 }
 
 uint32_t withPhase(uint32_t state, uint32_t phase) {
@@ -61,30 +61,24 @@ void dispatch_source_s::release() noexcept {
 
 bool dispatch_source_s::noteOccurrences(uint64_t count) noexcept {
     occurrences.fetch_add(count, std::memory_order_relaxed);
-    state.fetch_or(kWaiting, std::memory_order_release);
-    return queueWaiting();
-}
-
-bool dispatch_source_s::queueWaiting() noexcept {
-    const auto mayQueue = [](uint32_t old) {
-        return (old & (kPhase | kWaiting)) == (kIdle | kWaiting) && !isHeld(old);
-    };
-    const uint32_t old = change(state, [&](uint32_t s) { return mayQueue(s) ? withPhase(s, kQueued) : s; });
+    const auto mayQueue = [](uint32_t s) { return (s & kPhase) == kIdle && !isCancelled(s); };
+    const uint32_t old =
+        change(state, [&](uint32_t s) { return (mayQueue(s) ? withPhase(s, kQueued) : s) | kWaiting; });
     if (!mayQueue(old)) return false;
     TimerService::shared().callBegins();
     return true;
 }
 
-/// Queued to running, unless the source is cancelled or suspended meanwhile.
+/// Queued to running, unless the source was cancelled meanwhile.
 bool dispatch_source_s::beginCall() noexcept {
-    const uint32_t old =
-        change(state, [](uint32_t s) { return isHeld(s) ? withPhase(s, kIdle) : withPhase(s, kRunning) & ~kWaiting; });
-    return !isHeld(old);
+    const uint32_t old = change(
+        state, [](uint32_t s) { return isCancelled(s) ? withPhase(s, kIdle) : withPhase(s, kRunning) & ~kWaiting; });
+    return !isCancelled(old);
 }
 
 /// Running to idle, or to queued when something fell due meanwhile (true: post it again).
 bool dispatch_source_s::endCall() noexcept {
-    const auto again = [](uint32_t s) { return (s & kWaiting) != 0 && !isHeld(s); };
+    const auto again = [](uint32_t s) { return (s & kWaiting) != 0 && !isCancelled(s); };
     const uint32_t old = change(state, [&](uint32_t s) { return withPhase(s, again(s) ? kQueued : kIdle); });
     return again(old);
 }
@@ -140,10 +134,6 @@ void dispatch_source_cancel(dispatch_source_t source) {
 
 void dispatch_resume(dispatch_source_t source) {
     TimerService::shared().resume(source);
-}
-
-void dispatch_suspend(dispatch_source_t source) {
-    TimerService::shared().suspend(source);
 }
 
 void dispatch_retain(dispatch_source_t source) {

@@ -1,13 +1,13 @@
 // One timer source: its states and its calls. timer_service.h fires them all.
 //
 // Three parties meet in a source: the io thread finds it due, a queue runs its job, and anyone may cancel it. What they
-// agree on is one atomic word, `state`: a phase (idle, queued, running) and three flags. Only the step from queued to
+// agree on is one atomic word, `state`: a phase (idle, queued, running) and two flags. Only the step from queued to
 // running lets the handler start, and it is refused once the cancel flag is set; so after a cancel no call starts,
 // and nobody ever waits. Occurrences that fall due while the source is not idle are added up and noted by a flag; the
 // end of the running call sees it and queues the source again.
 //
 // The queued job is the source itself, and whoever leaves the idle phase holds a reference until it is idle again.
-// Deadlines, the suspension count and the heap are guarded by the service's lock.
+// Deadlines and the heap are guarded by the service's lock.
 #pragma once
 
 #include <atomic>
@@ -28,16 +28,13 @@ struct dispatch_source_s final : runtime::Job {
     /// Adds occurrences; true when the caller has to post the source (a reference is taken for that).
     [[nodiscard]] bool noteOccurrences(uint64_t count) noexcept;
 
-    /// Idle and with occurrences waiting: takes the step to queued. True as above.
-    [[nodiscard]] bool queueWaiting() noexcept;
-
     static void fire(Job* job);
 
     static constexpr uint32_t kIdle = 0, kQueued = 1, kRunning = 2, kPhase = 3;
-    static constexpr uint32_t kCancelled = 4, kSuspended = 8, kWaiting = 16;
+    static constexpr uint32_t kCancelled = 4, kWaiting = 8;
 
     std::atomic<uint32_t> references{1};
-    std::atomic<uint32_t> state{kIdle | kSuspended};
+    std::atomic<uint32_t> state{kIdle};
     std::atomic<uint64_t> occurrences{0};
     dispatch_queue_t queue;
     dispatch_block_t handler;
@@ -48,7 +45,7 @@ struct dispatch_source_s final : runtime::Job {
     uint64_t interval = DISPATCH_TIME_FOREVER;
     uint64_t order = 0;
     uint32_t heapPosition = runtime::TimerHeap::kNowhere;
-    uint32_t suspensions = 1;
+    bool resumed = false;
 
   private:
     [[nodiscard]] bool beginCall() noexcept;

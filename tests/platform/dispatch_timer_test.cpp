@@ -164,49 +164,6 @@ TEST(TimerSource, CancelForbidsACallThatIsQueuedAndKeepsTheAddress) {
     EXPECT_TRUE(handler.expired());
 }
 
-TEST(TimerSource, SuspensionHoldsCallsBack) {
-    ManualClock clock;
-    std::vector<unsigned long> counts;
-    runtime::SerialQueue queue(nullptr);
-    dispatch_source_t source = nullptr;
-    Timer timer(&queue, [&] { counts.push_back(dispatch_source_get_data(source)); });
-    source = timer.source;
-    timer.arm(dispatch_time(DISPATCH_TIME_NOW, 10), 10);
-    dispatch_suspend(source);
-    dispatch_suspend(source);
-    clock.advance(25);
-    dispatch_resume(source);
-    clock.advance(0);
-    EXPECT_TRUE(counts.empty()) << "suspended once more";
-    dispatch_resume(source);
-    clock.advance(0);
-    EXPECT_EQ(counts, std::vector<unsigned long>{2});
-
-    queue.suspend();
-    std::thread advancing([&] { clock.advance(5); });
-    waitUntil([&] { return isQueued(source); });
-    dispatch_suspend(source);
-    queue.resume();
-    advancing.join();
-    EXPECT_EQ(counts.size(), 1U) << "the queued call did not start";
-    dispatch_resume(source);
-    waitUntil([&] { return (source->state.load() & dispatch_source_s::kPhase) == dispatch_source_s::kIdle; });
-    EXPECT_EQ(counts, (std::vector<unsigned long>{2, 1})) << "it was kept, not lost";
-}
-
-TEST(TimerSource, SurvivesAHandlerThatRunsOutOfMemory) {
-    ManualClock clock;
-    int calls = 0;
-    Timer timer(workers(), [&] {
-        ++calls;
-        throw std::bad_alloc();
-    });
-    timer.arm(dispatch_time(DISPATCH_TIME_NOW, 1), 1);
-    clock.advance(1);
-    clock.advance(1);
-    EXPECT_EQ(calls, 2);
-}
-
 // From here on the steady clock: the timerfd has to be right as well.
 
 TEST(TimerSource, AnEarlierDeadlineArmedLaterFiresFirstAndNoneFiresEarly) {

@@ -84,9 +84,8 @@ unsigned long dispatch_source_get_data(dispatch_source_t source);
 /// Legal from any thread, the source's own handler included. Idempotent.
 void dispatch_source_cancel(dispatch_source_t source);
 
-/// The first resume arms the source. Suspension is counted; resuming a running source is an error of the caller.
+/// Arms the source. Once: resuming a running source is an error of the caller.
 void dispatch_resume(dispatch_source_t source);
-void dispatch_suspend(dispatch_source_t source);
 
 /// A source may be released as soon as it is cancelled, also while its handler runs: the runtime holds its own
 /// reference for a call in flight.
