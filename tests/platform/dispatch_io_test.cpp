@@ -1,4 +1,4 @@
-// The io thread: its jobs, its delays, and what forgetting a watcher guarantees.
+// The io thread: its delays, and what forgetting a watcher guarantees.
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -30,29 +30,6 @@ void onIoThread(const dispatch_block_t& work) {
     });
     IoLoop::shared().post(&step);
     done.acquire();
-}
-
-TEST(IoLoop, RunsJobsInOrderAlsoThoseThatItPostsItself) {
-    IoLoop& loop = IoLoop::shared();
-    EXPECT_FALSE(loop.isCurrent());
-    std::string ran;
-    std::binary_semaphore done{0};
-    Step c([&] {
-        ran += 'c';
-        done.release();
-    });
-    Step a([&] {
-        EXPECT_TRUE(loop.isCurrent());
-        ran += 'a';
-        loop.post(&c);
-    });
-    Step b([&] { ran += 'b'; });
-    onIoThread([&] {
-        loop.post(&a);
-        loop.post(&b);
-    });
-    done.acquire();
-    EXPECT_EQ(ran, "abc");
 }
 
 TEST(IoLoop, DelayedJobsRunByDeadlineAndNotEarly) {
@@ -104,27 +81,6 @@ TEST(IoLoop, AForgottenWatcherIsNotCalledForEventsAlreadyFetched) {
         EXPECT_EQ(calls.load(), 1);
         for (Watcher* watcher : other) close(watcher->fd);
     }
-}
-
-TEST(IoLoop, ReportsAReadinessUntilItIsTakenAndFollowsChanges) {
-    IoLoop& loop = IoLoop::shared();
-    std::atomic<int> calls{0};
-    std::binary_semaphore quiet{0};
-    Watcher* self = nullptr;
-    Watcher watcher([&] {
-        if (++calls < 3) return;
-        loop.change(self->fd, 0, self);
-        quiet.release();
-    });
-    self = &watcher;
-    EXPECT_FALSE(loop.watch(-1, EPOLLIN, &watcher));
-    ASSERT_TRUE(loop.watch(watcher.fd, EPOLLIN, &watcher));
-    eventfd_write(watcher.fd, 1);
-    quiet.acquire();
-    onIoThread([] {});
-    onIoThread([&] { loop.forget(watcher.fd, &watcher); });
-    EXPECT_EQ(calls.load(), 3);
-    close(watcher.fd);
 }
 
 }  // namespace
