@@ -132,11 +132,8 @@ void OrvinSession::AddOne(const std::string& name, long when, const std::vector<
 }
 
 void OrvinSession::Send(std::vector<LXPCData> items, bool wantReply) {
-    if (!connected_) {
-        client_.Disconnect(kServiceName, connection_);  // the lost one, if there was one
-        if (!client_.Connect(kServiceName, ++connection_, true)) Fail("no connection can be made");
-        connected_ = true;
-    }
+    if (!connected_ && !client_.Connect(kServiceName, ++connection_, true)) Fail("no connection can be made");
+    connected_ = true;
     client_.SendMessage(kServiceName, connection_, items.data(), items.size(), wantReply);
 }
 
