@@ -1,6 +1,7 @@
 #include <platform_testing.h>
 
 #include <new>
+#include <utility>
 
 #include "defaults_access.h"
 #include "ending.h"
@@ -28,13 +29,14 @@ bool NSUserDefaultsBody::giveUpFile() {
 
 // The file as it is. On a disk that cannot be written to, reading needs the ways that make nothing beside the file.
 StoreResult NSUserDefaultsBody::readFile() {
+    const int wait = std::exchange(triedToRead, true) ? defaults::Store::kShortWait : defaults::Store::kLongWait;
     defaults::Values found;
-    StoreResult result = store.open(path, SqliteDatabase::Mode::readWrite);
+    StoreResult result = store.open(path, SqliteDatabase::Mode::readWrite, wait);
     if (result == StoreResult::ok) result = store.read(found);
     if (result == StoreResult::unavailable) {
         store.close();
         found = {};
-        result = store.openBesideWriter(path);
+        result = store.openBesideWriter(path, wait);
         if (result == StoreResult::ok) result = store.read(found);
         store.close();
     }
@@ -100,6 +102,7 @@ StoreResult NSUserDefaultsBody::writeOnce() {
         defaults_place::closeToOthers(path);
         result = store.openForWriting(path);
         if (result != StoreResult::ok) return result;
+        if (store.madeTables()) values.forgetStore();  // somebody emptied the file, or it is new
     }
     return store.write(values);
 }

@@ -30,6 +30,7 @@ struct NSUserDefaultsBody {
     /// The file whose content the values include; nothing when there was none.
     std::optional<FileIdentity> identity;
     bool loaded = false;
+    bool triedToRead = false;
 
   private:
     StoreResult load();

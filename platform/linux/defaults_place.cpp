@@ -42,6 +42,13 @@ bool exists(const std::string& path) {
     return statLink(path, status) || errno != ENOENT;
 }
 
+// Makes one folder unless it is there. It survives a crash of the machine only when its entry above is on the disk too.
+void makeOne(const std::string& directory) {
+    if (mkdir(directory.c_str(), 0700) != 0) return;
+    const UniqueFd above(open(directoryOf(directory).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (above) (void)fsync(above.get());
+}
+
 // Moves `from` to `to` without replacing anything. A `from` that is not there is moved already.
 bool moveWithoutReplacing(const std::string& from, const std::string& to) {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
@@ -97,12 +104,13 @@ std::string directoryOf(const std::string& path) {
 
 bool makeDirectory(const std::string& directory) {
     if (directory.empty()) return false;
-    if (mkdir(directory.c_str(), 0700) != 0 && errno == ENOENT) {
+    struct stat status {};
+    if (!statLink(directory, status)) {
         for (size_t slash = directory.find('/', 1); slash != std::string::npos;
              slash = directory.find('/', slash + 1)) {
-            (void)mkdir(directory.substr(0, slash).c_str(), 0700);  // what is there already is as good
+            makeOne(directory.substr(0, slash));
         }
-        (void)mkdir(directory.c_str(), 0700);
+        makeOne(directory);
     }
     return directoryIsSafe(directory);
 }

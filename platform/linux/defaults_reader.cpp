@@ -41,7 +41,7 @@ ReadResult readInto(defaults::Values& values, const std::string& path) {
     const UniqueFd lock = instance_lock::share(defaults_place::directoryOf(path), held);
     defaults::Store store;
     defaults::Values found;
-    StoreResult result = store.openBesideWriter(path);
+    StoreResult result = store.openBesideWriter(path, defaults::Store::kLongWait);
     if (result == StoreResult::ok) result = store.read(found);
     if (result == StoreResult::ok) values.merge(std::move(found));
     return resultOf(result, store.schema());

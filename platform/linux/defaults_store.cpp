@@ -1,7 +1,5 @@
 #include "defaults_store.h"
 
-#include <unistd.h>
-
 #include <array>
 
 #include "file_status.h"
@@ -61,12 +59,11 @@ bool isTextRow(const SqliteStatement& row, int typeColumn) {
 
 }  // namespace
 
-StoreResult Store::open(const std::string& path, SqliteDatabase::Mode mode) {
+StoreResult Store::open(const std::string& path, SqliteDatabase::Mode mode, int wait) {
     close();
     StoreResult result = database_.open(path, mode);
     if (result == StoreResult::ok) {
-        // A reader waits longer than a writer: it is asked once, at the start, while a writer can come again.
-        database_.setBusyTimeout(2000);
+        database_.setBusyTimeout(wait);
         result = checkSchema(path);
     }
     if (result != StoreResult::ok) database_.close();
@@ -75,7 +72,7 @@ StoreResult Store::open(const std::string& path, SqliteDatabase::Mode mode) {
 
 // A database that uses a log can be read in place only where the log's files are; without them, and with nothing in the
 // log, the file itself is the whole truth. Opening it the ordinary way would make those files.
-StoreResult Store::openBesideWriter(const std::string& path) {
+StoreResult Store::openBesideWriter(const std::string& path, int wait) {
     close();
     StoreResult result = database_.open(path, SqliteDatabase::Mode::readOnly);
     if (result != StoreResult::ok) return result;
@@ -84,9 +81,9 @@ StoreResult Store::openBesideWriter(const std::string& path) {
             close();
             return StoreResult::unavailable;
         }
-        return open(path, SqliteDatabase::Mode::immutable);
+        return open(path, SqliteDatabase::Mode::immutable, wait);
     }
-    database_.setBusyTimeout(2000);
+    database_.setBusyTimeout(wait);
     result = checkSchema(path);
     if (result != StoreResult::ok) database_.close();
     return result;
@@ -98,8 +95,22 @@ void Store::close() {
     readyToWrite_ = false;
 }
 
+// As of one moment: a writer may be making the tables just now.
 StoreResult Store::checkSchema(const std::string& path) {
     schema_ = Schema::unknown;
+    StoreResult result = database_.execute("BEGIN");
+    if (result != StoreResult::ok) return result;
+    try {
+        result = readSchema(path);
+    } catch (...) {
+        (void)database_.execute("ROLLBACK");
+        throw;
+    }
+    (void)database_.execute("ROLLBACK");  // nothing was written; this ends the reading
+    return result;
+}
+
+StoreResult Store::readSchema(const std::string& path) {
     int64_t application = 0;
     int64_t version = 0;
     int64_t objects = 0;
@@ -184,15 +195,16 @@ StoreResult Store::prepareStatements() {
 }
 
 StoreResult Store::openForWriting(const std::string& path) {
-    StoreResult result = database_.isOpen() ? StoreResult::ok : open(path, SqliteDatabase::Mode::readWrite);
+    StoreResult result = database_.isOpen() ? StoreResult::ok : open(path, SqliteDatabase::Mode::readWrite, kShortWait);
     if (result != StoreResult::ok) return result;
     if (database_.refusesWrites()) {
-        // Not for want of a right or a writable disk: then its header says so, and no header of ours does.
-        return access(path.c_str(), W_OK) == 0 ? StoreResult::damaged : StoreResult::unavailable;
+        // For want of a right, a writable disk or a descriptor, which the next try may have; no header of ours does it.
+        return database_.formatForbidsWrites() ? StoreResult::damaged : StoreResult::unavailable;
     }
-    database_.setBusyTimeout(250);
+    database_.setBusyTimeout(kShortWait);
     result = chooseJournal();
-    if (result == StoreResult::ok && schema_ == Schema::empty) result = createSchema();
+    madeTables_ = result == StoreResult::ok && schema_ == Schema::empty;
+    if (madeTables_) result = createSchema();
     if (result == StoreResult::ok) result = prepareStatements();
     readyToWrite_ = result == StoreResult::ok;
     return result;

@@ -40,11 +40,12 @@ bool isStillThere(const std::string& path, int fd) {
     return statLink(path, byName) && fstat(fd, &byDescriptor) == 0 && identityOf(byName) == identityOf(byDescriptor);
 }
 
-bool tryLock(int fd, int kind) {
+// Unavailable where the file system knows no such locks: that is nobody else's doing.
+Result tryLock(int fd, int kind) {
     while (flock(fd, kind | LOCK_NB) != 0) {
-        if (errno != EINTR) return false;
+        if (errno != EINTR) return errno == EWOULDBLOCK ? Result::heldByAnother : Result::unavailable;
     }
-    return true;
+    return Result::taken;
 }
 
 void writeHolder(int fd) {
@@ -65,7 +66,9 @@ Result take(const std::string& directory, int milliseconds, UniqueFd& lock) {
     for (int waited = 0;; waited += 10) {
         UniqueFd file = openFile(path, O_RDWR | O_CREAT);
         if (!file) return Result::unavailable;
-        if (tryLock(file.get(), LOCK_EX) && isStillThere(path, file.get())) {
+        const Result result = tryLock(file.get(), LOCK_EX);
+        if (result == Result::unavailable) return result;
+        if (result == Result::taken && isStillThere(path, file.get())) {
             writeHolder(file.get());
             lock = std::move(file);
             return Result::taken;
@@ -80,8 +83,9 @@ UniqueFd share(const std::string& directory, bool& held) {
     held = false;
     UniqueFd file = openFile(pathIn(directory), O_RDONLY);
     if (!file) return {};
-    held = !tryLock(file.get(), LOCK_SH);
-    return held ? UniqueFd() : std::move(file);
+    const Result result = tryLock(file.get(), LOCK_SH);
+    held = result == Result::heldByAnother;
+    return result == Result::taken ? std::move(file) : UniqueFd();
 }
 
 Holder readHolder(const std::string& directory) {

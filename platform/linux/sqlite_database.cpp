@@ -2,6 +2,8 @@
 
 namespace {
 
+constexpr unsigned char kFormatWithLog = 2;  // the highest that the library knows
+
 // The path as an SQLite URI, every unusual byte escaped.
 std::string uriOf(const std::string& path, const char* parameters) {
     constexpr char kDigits[] = "0123456789ABCDEF";
@@ -110,16 +112,23 @@ void SqliteDatabase::close() {
     connection_ = nullptr;
 }
 
-bool SqliteDatabase::usesLog() {
-    constexpr sqlite3_int64 kReadVersionAt = 19;
-    constexpr unsigned char kWithLog = 2;
+// 0 when it cannot be read.
+unsigned char SqliteDatabase::headerByte(int64_t at) const {
     sqlite3_file* file = nullptr;
-    unsigned char version = 0;
-    if (sqlite3_file_control(connection_, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file)) != SQLITE_OK) {
-        return false;
-    }
-    return file != nullptr && file->pMethods != nullptr &&
-           file->pMethods->xRead(file, &version, 1, kReadVersionAt) == SQLITE_OK && version == kWithLog;
+    unsigned char byte = 0;
+    const int code = sqlite3_file_control(connection_, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
+    if (code != SQLITE_OK || file == nullptr || file->pMethods == nullptr) return 0;
+    return file->pMethods->xRead(file, &byte, 1, at) == SQLITE_OK ? byte : 0;
+}
+
+bool SqliteDatabase::usesLog() const {
+    constexpr int64_t kReadVersionAt = 19;
+    return headerByte(kReadVersionAt) == kFormatWithLog;
+}
+
+bool SqliteDatabase::formatForbidsWrites() const {
+    constexpr int64_t kWriteVersionAt = 18;
+    return headerByte(kWriteVersionAt) > kFormatWithLog;
 }
 
 bool SqliteDatabase::refusesWrites() const {
@@ -146,6 +155,7 @@ StoreResult SqliteDatabase::queryText(const char* sql, std::string& text) {
     StoreResult result = query.prepare(connection_, sql);
     bool row = false;
     if (result == StoreResult::ok) result = query.step(row);
-    if (row) text = query.text(0);
-    return result;
+    if (!row) return result;
+    text = query.text(0);
+    return query.step(row);  // tells when memory was out for the text, which then came back empty
 }

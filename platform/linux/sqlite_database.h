@@ -69,14 +69,18 @@ class SqliteDatabase {
 
     void setBusyTimeout(int milliseconds) { sqlite3_busy_timeout(connection_, milliseconds); }
     /// True when the file's header says that it goes with a write-ahead log. Reads nothing else, and makes no file.
-    [[nodiscard]] bool usesLog();
+    [[nodiscard]] bool usesLog() const;
     /// True when the file could be opened for reading only, or when its header forbids to write.
     [[nodiscard]] bool refusesWrites() const;
+    /// True when it is the header: the file is of a format that may be read but not written.
+    [[nodiscard]] bool formatForbidsWrites() const;
     StoreResult execute(const char* sql);
     /// The first column of the first row; 0 or "" when there is none.
     StoreResult queryNumber(const char* sql, int64_t& number);
     StoreResult queryText(const char* sql, std::string& text);
 
   private:
+    [[nodiscard]] unsigned char headerByte(int64_t at) const;
+
     sqlite3* connection_ = nullptr;
 };

@@ -123,27 +123,53 @@ TEST_F(DamagedDefaults, RowsOfTheWrongTypeAreLeftOut) {
     EXPECT_EQ(array("INDEX").size(), 200U);
 }
 
-// Damage that is found when the file is opened again after a failure: what is in memory goes whole into a new file.
+// Found when the file is opened again after a failure: what is in memory goes whole into a new or emptied file.
 TEST_F(DamagedDefaults, InMidLife) {
-    makeStore();
-    ASSERT_EQ(array("INDEX").size(), 200U);
-    defaults().setObject(NSString("v"), "new");
-    chmod((folder_ / "data").c_str(), 0777);
-    EXPECT_FALSE(defaults().synchronize());
-    chmod((folder_ / "data").c_str(), 0700);
-    {
-        std::fstream file(store(), std::ios::in | std::ios::out | std::ios::binary);
-        for (size_t at = 0; at < sound_.size(); at += 4096) {
-            file.seekp(static_cast<std::streamoff>(at));
-            file << std::string(512, '\x7F');
+    for (const bool emptied : {false, true}) {
+        replaceStore("");
+        makeStore();
+        ASSERT_EQ(array("INDEX").size(), 200U);
+        defaults().setObject(NSString("v"), "new");
+        chmod((folder_ / "data").c_str(), 0777);
+        EXPECT_FALSE(defaults().synchronize());
+        chmod((folder_ / "data").c_str(), 0700);
+        if (emptied) {
+            for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(store() + suffix);
+            std::filesystem::resize_file(store(), 0);  // the same file, by its number
+        } else {
+            std::fstream file(store(), std::ios::in | std::ios::out | std::ios::binary);
+            for (size_t at = 0; at < sound_.size(); at += 4096) {
+                file.seekp(static_cast<std::streamoff>(at));
+                file << std::string(512, '\x7F');
+            }
         }
+        EXPECT_TRUE(defaults().synchronize());
+        restart();
+        EXPECT_EQ(defaults().objectForKey("new"), NSUserDefaults::Value(NSString("v"))) << emptied;
+        EXPECT_EQ(array("INDEX").size(), 200U) << emptied;
+        EXPECT_EQ(defaults().dictionaryForKey("record number 17"), sampleRecord("record number 17")) << emptied;
+        EXPECT_EQ(platform_store::filesSetAside(store()).size(), emptied ? 0U : 1U);
     }
-    EXPECT_TRUE(defaults().synchronize());
+}
+
+// A want of memory in the midst of reading or writing is no damage, wherever it strikes.
+TEST_F(DamagedDefaults, MemoryRunsOut) {
+    makeStore();
+    bool written = false;
+    for (int64_t room = 0; !written; room += 997) {
+        restart();
+        (void)sqlite3_hard_heap_limit64(sqlite3_memory_used() + room + 1);
+        try {
+            defaults().setObject(NSString(std::to_string(room)), "new");
+            written = defaults().synchronize();
+        } catch (const std::bad_alloc&) {
+        }
+        (void)sqlite3_hard_heap_limit64(0);
+        ASSERT_TRUE(platform_store::filesSetAside(store()).empty()) << room;
+        ASSERT_LT(room, 10'000'000);
+    }
     restart();
-    EXPECT_EQ(defaults().objectForKey("new"), NSUserDefaults::Value(NSString("v")));
     EXPECT_EQ(array("INDEX").size(), 200U);
-    EXPECT_EQ(defaults().dictionaryForKey("record number 17"), sampleRecord("record number 17"));
-    EXPECT_EQ(platform_store::filesSetAside(store()).size(), 1U);
 }
 
 // Several in one second must not meet under one name.

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "foundation_support.h"
+#include "platform/linux/defaults_store.h"
 #include "platform/linux/instance_lock.h"
 
 using platform_store::ReadResult;
@@ -222,6 +223,11 @@ TEST_F(Defaults, WhatCouldNotBeFlushedGoesLater) {
         EXPECT_EQ(defaults().objectForKey("k"), NSUserDefaults::Value(value)) << obstacle.name;
     }
     EXPECT_TRUE(platform_store::filesSetAside(store()).empty());
+
+    // A file that could be opened for reading alone is not damaged for that: its mode may allow more by now.
+    defaults::Store reading;
+    ASSERT_EQ(reading.open(store(), SqliteDatabase::Mode::readOnly, 0), StoreResult::ok);
+    EXPECT_EQ(reading.openForWriting(store()), StoreResult::unavailable);
 }
 
 // A start that meets a locked store must not take it for an empty one and write over it.
