@@ -2,6 +2,8 @@
 // is in memory.
 #include <platform_store_reader.h>
 
+#include <functional>
+
 #include "foundation_support.h"
 
 using platform_store::ReadResult;
@@ -123,32 +125,44 @@ TEST_F(DamagedDefaults, RowsOfTheWrongTypeAreLeftOut) {
     EXPECT_EQ(array("INDEX").size(), 200U);
 }
 
-// Found when the file is opened again after a failure: what is in memory goes whole into a new or emptied file.
+// What happens to the file while it is closed after a failure, or open: all that is in memory goes whole into a new
+// one.
 TEST_F(DamagedDefaults, InMidLife) {
-    for (const bool emptied : {false, true}) {
+    const auto overwrite = [this] {
+        std::fstream file(store(), std::ios::in | std::ios::out | std::ios::binary);
+        for (size_t at = 0; at < sound_.size(); at += 4096) {
+            file.seekp(static_cast<std::streamoff>(at));
+            file << std::string(512, '\x7F');
+        }
+    };
+    const auto empty = [this] {
+        for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(store() + suffix);
+        std::filesystem::resize_file(store(), 0);  // the same file, by its number
+    };
+    const auto vanish = [this] { std::filesystem::remove_all(folder_ / "data"); };
+    const struct {
+        const char* what;
+        std::function<void()> happen;
+        bool closed;
+        size_t setAside;
+    } table[] = {{"overwritten", overwrite, true, 1}, {"emptied", empty, true, 0}, {"gone", vanish, false, 0}};
+    for (const auto& [what, happen, closed, setAside] : table) {
         replaceStore("");
         makeStore();
         ASSERT_EQ(array("INDEX").size(), 200U);
         defaults().setObject(NSString("v"), "new");
-        chmod((folder_ / "data").c_str(), 0777);
-        EXPECT_FALSE(defaults().synchronize());
-        chmod((folder_ / "data").c_str(), 0700);
-        if (emptied) {
-            for (const char* suffix : {"-wal", "-shm"}) std::filesystem::remove(store() + suffix);
-            std::filesystem::resize_file(store(), 0);  // the same file, by its number
-        } else {
-            std::fstream file(store(), std::ios::in | std::ios::out | std::ios::binary);
-            for (size_t at = 0; at < sound_.size(); at += 4096) {
-                file.seekp(static_cast<std::streamoff>(at));
-                file << std::string(512, '\x7F');
-            }
+        if (closed) {
+            chmod((folder_ / "data").c_str(), 0777);
+            EXPECT_FALSE(defaults().synchronize());
+            chmod((folder_ / "data").c_str(), 0700);
         }
-        EXPECT_TRUE(defaults().synchronize());
+        happen();
+        EXPECT_TRUE(defaults().synchronize()) << what;
         restart();
-        EXPECT_EQ(defaults().objectForKey("new"), NSUserDefaults::Value(NSString("v"))) << emptied;
-        EXPECT_EQ(array("INDEX").size(), 200U) << emptied;
-        EXPECT_EQ(defaults().dictionaryForKey("record number 17"), sampleRecord("record number 17")) << emptied;
-        EXPECT_EQ(platform_store::filesSetAside(store()).size(), emptied ? 0U : 1U);
+        EXPECT_EQ(defaults().objectForKey("new"), NSUserDefaults::Value(NSString("v"))) << what;
+        EXPECT_EQ(array("INDEX").size(), 200U) << what;
+        EXPECT_EQ(defaults().dictionaryForKey("record number 17"), sampleRecord("record number 17")) << what;
+        EXPECT_EQ(platform_store::filesSetAside(store()).size(), setAside) << what;
     }
 }
 

@@ -258,20 +258,6 @@ TEST_F(Defaults, AStoreThatCouldNotBeReadIsAddedTo) {
     EXPECT_EQ(defaults().objectForKey("b"), NSUserDefaults::Value{});
 }
 
-TEST_F(Defaults, AFileThatVanishesIsMadeAgainWithEverything) {
-    NSMutableArray index;
-    index.addObject("a");
-    defaults().setObject(index, "INDEX");
-    defaults().setObject(sampleRecord("a"), "a");
-    ASSERT_TRUE(defaults().synchronize());
-    std::filesystem::remove_all(folder_ / "data");
-    defaults().setObject(NSString("v"), "k");
-    ASSERT_TRUE(defaults().synchronize());
-    restart();
-    EXPECT_EQ(array("INDEX"), NSUserDefaults::Array{"a"});
-    EXPECT_EQ(defaults().dictionaryForKey("a"), sampleRecord("a"));
-}
-
 TEST_F(Defaults, ThreadsMaySetAndFlushTogether) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
