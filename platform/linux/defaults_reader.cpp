@@ -41,7 +41,9 @@ ReadResult readInto(defaults::Values& values, const std::string& path) {
     const UniqueFd lock = instance_lock::share(defaults_place::directoryOf(path), held);
     defaults::Store store;
     defaults::Values found;
-    StoreResult result = store.openBesideWriter(path, defaults::Store::kLongWait);
+    // A starting helper waits for us no longer than for one that ends, so with the lock in hand we are quick.
+    const int wait = lock ? defaults::Store::kShortWait : defaults::Store::kLongWait;
+    StoreResult result = store.openBesideWriter(path, wait);
     if (result == StoreResult::ok) result = store.read(found);
     if (result == StoreResult::ok) values.merge(std::move(found));
     return resultOf(result, store.schema());

@@ -1,48 +1,43 @@
 // The application object: one instance, its delegate's two calls, and the flush at the end.
-#include <fcntl.h>
 #include <platform_instance.h>
 #include <platform_store_reader.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include "foundation_support.h"
 
 namespace {
 
+// Its standard input and output are our one socket.
 struct Instance {
     Instance() {
-        int input[2];
-        int output[2];
-        EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
-        EXPECT_EQ(pipe2(output, O_CLOEXEC), 0);
+        int ends[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, input[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, output[1], 1);
+        for (const int standard : {0, 1}) posix_spawn_file_actions_adddup2(&actions, ends[1], standard);
         char name[] = APPLICATION_PROBE;
         char* arguments[] = {name, nullptr};
         EXPECT_EQ(posix_spawn(&pid, name, &actions, nullptr, arguments, environ), 0);
         posix_spawn_file_actions_destroy(&actions);
-        close(input[0]);
-        close(output[1]);
-        toIt = input[1];
-        fromIt = output[0];
+        close(ends[1]);
+        socket = ends[0];
     }
     std::string line() const {  // "" at the end
         std::string text;
         char letter = 0;
-        while (read(fromIt, &letter, 1) == 1 && letter != '\n') text += letter;
+        while (read(socket, &letter, 1) == 1 && letter != '\n') text += letter;
         return text;
     }
-    int end() {
-        close(toIt);
+    int end() const {
+        shutdown(socket, SHUT_WR);
         int status = -1;
         EXPECT_EQ(waitpid(pid, &status, 0), pid);
         return status;
     }
     pid_t pid = 0;
-    int toIt = -1;
-    int fromIt = -1;
+    int socket = -1;
 };
 
 }  // namespace

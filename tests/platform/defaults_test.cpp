@@ -358,17 +358,15 @@ TEST(InstanceLock, OneHoldsItAndOthersKnowWho) {
 }
 
 TEST(DefaultsPlace, FollowsTheEnvironment) {
-    const char* usual = getenv("HOME");
-    const std::string home = usual == nullptr ? "" : usual;
-    constexpr const char* kEnd = "/com.brindlewick.schedulehelper.orvinfree213/defaults.sqlite3";
+    const std::string usual = getenv("HOME") == nullptr ? "" : getenv("HOME");
+    const std::string end = "/.local/share/com.brindlewick.schedulehelper.orvinfree213/defaults.sqlite3";
     setenv("HOME", "/h", 1);
     for (const char* ignored : {"", "relative/path"}) {
         setenv("XDG_DATA_HOME", ignored, 1);
-        EXPECT_EQ(platform_store::standardPath(), std::string("/h/.local/share") + kEnd) << ignored;
+        EXPECT_EQ(platform_store::standardPath(), "/h" + end) << ignored;
     }
     unsetenv("XDG_DATA_HOME");
-    EXPECT_EQ(platform_store::standardPath(), std::string("/h/.local/share") + kEnd);
     unsetenv("HOME");
-    EXPECT_TRUE(platform_store::standardPath().ends_with(std::string("/.local/share") + kEnd));
-    setenv("HOME", home.c_str(), 1);
+    EXPECT_TRUE(platform_store::standardPath().ends_with(end));
+    setenv("HOME", usual.c_str(), 1);
 }
