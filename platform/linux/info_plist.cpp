@@ -38,7 +38,7 @@ UniqueFd openForReading(const std::string& path) {
 std::optional<std::string> readRegularFile(int fd) {
     struct stat status {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-    if (status.st_size < 0 || static_cast<size_t>(status.st_size) > kLargestFile) return std::nullopt;
+    if (status.st_size < 0 || static_cast<uint64_t>(status.st_size) > kLargestFile) return std::nullopt;
     std::string content(static_cast<size_t>(status.st_size) + 1, '\0');
     size_t length = 0;
     for (;;) {
@@ -57,7 +57,9 @@ std::optional<std::string> readRegularFile(int fd) {
     return content;
 }
 
-PlistOwner parseTree(const std::string& content) {
+PlistOwner parseTree(std::string_view content) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // some editors begin a text with it
+    if (content.starts_with(kByteOrderMark)) content.remove_prefix(kByteOrderMark.size());
     plist_t root = nullptr;
     const auto length = static_cast<uint32_t>(content.size());
     if (info_plist_guard::isBinary(content)) {

@@ -143,6 +143,7 @@ TEST(InformationDictionary, WhatStrangersWrite) {
         const char* version;  // null: none
     } rows[] = {
         {"xml", xml("<dict>" + good + "</dict>"), "2.13"},
+        {"xml behind a mark", "\xEF\xBB\xBF" + xml("<dict>" + good + "</dict>"), "2.13"},
         {"binary", binary, "2.13"},
         {"a number", xml("<dict>" + pair("<integer>2</integer>") + "</dict>"), nullptr},
         {"a list", xml("<dict>" + pair("<array><string>2.13</string></array>") + "</dict>"), nullptr},
