@@ -161,6 +161,10 @@ class WithService(Case):
         self.assertIn("Did you mean \"Standup\"?", self.tool("delete", "Once", "Standpu", code=4))
         self.assertEqual(["Standup"], self.json("show", "standuq", code=4)["error"]["suggestions"])
         self.assertEqual(["Standup", "Once"], self.names())  # nothing was deleted, as one of the names was wrong
+        for name in ("[a,b]", "[]", "list", "it's"):
+            self.tool("add", name, "--at", "09:00", "--daily")
+            self.assertEqual(name, self.json("show", name, code=0)["schedule"]["name"])
+        self.assertEqual(4, len(self.json("delete", "[a,b]", "[]", "list", "it's", code=0)["schedules"]))
         self.assertIn('Deleted "Once"', self.tool("delete", "Once", "Standup"))
         self.assertEqual([], self.names())
 
@@ -184,6 +188,9 @@ class WithService(Case):
         for args in ([], ["X"], ["X", "--at", "25:00"], ["X", "--at", "9:00", "--weekly", "xday"], ["", "--at", "9:00"],
                      ["X", "--at", "9:00", "--daily", "--weekly", "mon"], ["X", "--at", "9:00", "--wekly", "mon"]):
             self.tool("add", *args, code=2)
+        row = {"name": "two", "bundleId": "b", "app": "/p", "asked": {"epoch": 1}, "daily": True}
+        twice = {"schema": 1, "schedules": [row, dict(row, name="ptwo", app="/")]}  # one record for both
+        self.assertIn("twice", self.tool("import", "-", input=json.dumps(twice).encode(), code=5))
         index = {"schema": 1, "schedules": [{"name": "", "bundleId": "SKED", "app": "_ALL", "asked": {"epoch": 1}, "daily": True}]}
         self.tool("import", "-", input=json.dumps(index).encode(), code=5)
         self.assertEqual(["twin"], self.names())
@@ -334,8 +341,47 @@ class Otherwise(Case):
 
     def test_where_this_user_may_not_connect(self):
         os.chmod(self.folder + "/run", 0o755)
-        self.tool("ping", code=8)
-        self.json("status", code=8)
+        self.tool("ping", code=3)  # nobody is barred from a helper that does not run
+        os.chmod(self.folder + "/run", 0o700)
+        self.start_orvin()
+        self.start_helper()
+        for folder in ("run", "run/mach-services"):
+            os.chmod(f"{self.folder}/{folder}", 0o755)
+            self.assertIn(f"{self.folder}/{folder}.", self.tool("ping", code=8))
+            self.assertEqual(8, self.json("add", "X", "--at", "9:00", code=8)["error"]["code"])
+            self.json("status", code=8)
+            self.assertIn("chmod 700", self.tool("doctor", code=1))
+            os.chmod(f"{self.folder}/{folder}", 0o700)
+        self.tool("ping")
+
+    def test_what_the_service_manager_says(self):
+        programs = self.folder + "/programs"
+        os.mkdir(programs)
+        self.env["PATH"] = programs + ":" + self.env["PATH"]
+        rows = (("LoadState=loaded\nUnitFileState=enabled", "no", "good", "starts with your graphical session", "off"),
+                ("LoadState=loaded\nUnitFileState=disabled", "yes", "bad", "does not start with your session", "on"),
+                ("LoadState=not-found\nUnitFileState=", "no", "bad", "not installed", "off"),
+                ("LoadState=masked\nUnitFileState=masked", "no", "bad", "masked", "off"),
+                ("LoadState=bad-setting\nUnitFileState=enabled", "no", "bad", "cannot be used", "off"),
+                ("", "no", "note", "cannot be asked", None))
+        for unit, linger, level, phrase, expected in rows:
+            for name, lines in (("systemctl", unit), ("loginctl", "Linger=" + linger)):
+                with open(f"{programs}/{name}", "w", encoding="utf-8") as program:
+                    program.write(f"#!/bin/sh\ncat <<'.'\n{lines}\n.\n")
+                os.chmod(f"{programs}/{name}", 0o755)
+            found = {finding["check"]: finding for finding in self.json("doctor")["findings"]}
+            self.assertEqual((level, True), (found["unit"]["level"], phrase in found["unit"]["what"]), found["unit"])
+            self.assertEqual(expected, found["linger"]["what"].split(":")[0].split(",")[0] if "linger" in found else None)
+
+    def test_a_machine_that_slept(self):
+        asleep = ["unshare", "--user", "--map-current-user", "--time", "--boottime", "30000", "--fork"]
+        if subprocess.run([*asleep, "true"], capture_output=True).returncode != 0:
+            self.skipTest("no clocks of one's own here")
+        self.start_helper()
+        since = self.json("status")["helper"]["since"]["epoch"]
+        self.until(lambda: time.time() >= since + 2)
+        doctor = subprocess.run([*asleep, TOOL, "doctor"], env=self.env, capture_output=True, text=True)
+        self.assertRegex(doctor.stdout, r"The machine has slept [\w ]+ in all\.\n(.|\n)*at most \d+ s; how much")
 
     def test_a_store_that_cannot_be_read(self):
         os.makedirs(os.path.dirname(self.store), 0o700)

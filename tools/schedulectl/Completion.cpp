@@ -11,7 +11,7 @@ std::string Words(const std::vector<std::pair<std::string, std::string>>& option
     return text;
 }
 
-/// `text` inside single quotes of a shell.
+/// `text` inside single quotes of a shell, whatever it holds.
 std::string Quote(const std::string& text) {
     std::string result = "'";
     for (const char c : text) result += c == '\'' ? std::string("'\\''") : std::string(1, c);

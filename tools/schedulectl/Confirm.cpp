@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <limits>
 
 #include "tools/schedulectl/Failure.h"
+#include "tools/schedulectl/Health.h"
 #include "tools/schedulectl/Json.h"
 #include "tools/schedulectl/Text.h"
 
@@ -52,18 +54,23 @@ Schedule ReadSchedule(const Json& json) {
 World SendAndLook(const World& world, const std::vector<Request>& requests) {
     Service service;
     const Service::Answer first = service.Test();
-    if (first == Service::Answer::silence)
-        throw Failure{ExitCode::helperDown, "The helper does not answer, and nothing was sent",
-                      "It accepted the connection and stayed silent for 5 s.",
-                      "systemctl --user restart schedulehelper"};
+    if (first == Service::Answer::silence) {
+        Failure silence = Silence();
+        silence.what += ", and nothing was sent";
+        throw Failure(silence);
+    }
     if (first != Service::Answer::yes) ThrowNoService(world);
-    for (const Request& request : requests) service.Send(request);
-    const Service::Answer answer = service.Test();
-    if (answer != Service::Answer::yes)
+    constexpr size_t batch = 64;  // few enough that neither side has to hold many at once
+    for (size_t sent = 0; sent < requests.size();) {
+        const size_t end = std::min(sent + batch, requests.size());
+        while (sent < end) service.Send(requests[sent++]);
+        const Service::Answer answer = service.Test(writeTime);
+        if (answer == Service::Answer::yes) continue;
+        const bool gone = answer == Service::Answer::gone;
         throw Failure{ExitCode::unconfirmed, "It was sent, but nobody confirmed it",
-                      answer == Service::Answer::gone ? "The helper ended before it answered."
-                                                      : "The helper did not answer in time.",
+                      gone ? "The helper ended before it answered." : "The helper did not answer in time.",
                       "\"schedulectl list\" shows what is stored, \"schedulectl doctor\" what is wrong."};
+    }
     World after = Observe();
     RequireStore(after);
     return after;

@@ -1,4 +1,5 @@
 // The findings of doctor, each check by itself.
+#include <algorithm>
 #include <ctime>
 #include <set>
 
@@ -39,12 +40,8 @@ void ExamineService(const World& world, const ServiceState& service, Findings& f
         findings.push_back({Level::good, "service", text, "", ""});
         return;
     }
-    if (service.answer == Service::Answer::silence) {
-        findings.push_back({Level::bad, "service", "The helper does not answer.",
-                            "It accepted the connection and stayed silent for 5 s.", restartHelper});
-        return;
-    }
     try {
+        if (service.answer == Service::Answer::silence) throw Silence();
         ThrowNoService(world);
     } catch (const Failure& failure) {
         findings.push_back({Level::bad, "service", failure.what + ".", failure.why, failure.remedy});
@@ -56,21 +53,29 @@ void ExamineUnit(const UnitState& unit, Findings& findings) {
         findings.push_back({Level::note, "unit", "The session's service manager cannot be asked.",
                             "systemctl --user gives no answer here.",
                             "Make sure that something starts the helper with your session."});
-    } else if (!unit.installed) {
+    } else if (unit.loaded == "not-found") {
         findings.push_back({Level::bad, "unit", "The helper's unit is not installed.",
                             "systemd knows no schedulehelper.service.",
                             "Install the package, then: systemctl --user enable --now schedulehelper"});
+    } else if (unit.loaded == "masked") {
+        findings.push_back({Level::bad, "unit", "The helper's unit is masked, so nothing can start it.",
+                            "Somebody has put it out of use.", "systemctl --user unmask schedulehelper"});
+    } else if (unit.loaded != "loaded") {
+        findings.push_back({Level::bad, "unit", "The helper's unit cannot be used.",
+                            "systemd says of its file: " + Printable(unit.loaded) + ".",
+                            "systemctl --user status schedulehelper"});
     } else if (unit.enabled != "enabled") {
         findings.push_back({Level::bad, "unit", "The helper does not start with your session.",
-                            "Its unit is " + (unit.enabled.empty() ? "not enabled" : unit.enabled) + ".",
+                            "Its unit is " + (unit.enabled.empty() ? "not enabled" : Printable(unit.enabled)) + ".",
                             "systemctl --user enable schedulehelper"});
     } else {
-        findings.push_back({Level::good, "unit", "enabled, starts with your session", "", ""});
+        findings.push_back({Level::good, "unit", "enabled, starts with your graphical session", "", ""});
     }
     if (unit.known && unit.linger == "no")
-        findings.push_back({Level::good, "linger", "off: the helper runs while you are logged in", "", ""});
+        findings.push_back({Level::good, "linger", "off: the helper ends with your session", "", ""});
     if (unit.linger == "yes")
-        findings.push_back({Level::good, "linger", "on: your services outlive your last logout", "", ""});
+        findings.push_back(
+            {Level::good, "linger", "on, but the helper's unit still ends with your graphical session", "", ""});
 }
 
 int64_t Milliseconds(clockid_t clock) {
@@ -91,14 +96,14 @@ void ExamineSleep(const World& world, const UnitState& unit, Findings& findings)
     const bool exact =
         unit.pid > 0 && unit.pid == world.helperPid && unit.startedMonotonic > 0 && world.situation.helperSince;
     if (!exact) {
-        findings.push_back(
-            {Level::note, "sleep", "The machine has slept " + FormatSpan(slept / 1000) + " in all.",
-             "Starts are late by what it slept since the helper's start; how much that is cannot be told.",
-             restartHelper});
+        findings.push_back({Level::note, "sleep", "The machine has slept " + FormatSpan(slept / 1000) + " in all.",
+                            "Starts are late by what it slept since the helper's start, at most " +
+                                FormatSpan(world.situation.sleptAtMost) + "; how much that is cannot be told.",
+                            restartHelper});
         return;
     }
     const int64_t awake = (monotonic - unit.startedMonotonic / 1000) / 1000;
-    const int64_t late = world.now() - *world.situation.helperSince - awake;
+    const int64_t late = std::min(world.now() - *world.situation.helperSince - awake, slept / 1000);
     if (late < 2)
         findings.push_back({Level::good, "sleep", "the machine has not slept since the helper started", "", ""});
     else
@@ -135,9 +140,9 @@ void ExamineApplications(const World& world, Findings& findings) {
         const Application& application = world.ApplicationOf(schedule);
         const std::string path = Printable(schedule.appPath);
         if (!application.there)
-            findings.push_back({Level::bad, "application", path + " is gone.",
-                                "The helper forgets its schedules when it starts.",
-                                "Put it back, or delete its schedules: schedulectl clear --app " + path});
+            findings.push_back(
+                {Level::bad, "application", path + " is gone.", "The helper forgets its schedules when it starts.",
+                 "Put it back, or delete its schedules: schedulectl clear --app " + ShellWord(schedule.appPath)});
         else if (!application.fits)
             findings.push_back({Level::bad, "application", path + " is not started.",
                                 "Its version is " + (application.version.empty() ? "missing" : application.version) +
@@ -155,9 +160,10 @@ void ExamineSchedules(const World& world, Findings& findings) {
         const Application& application = world.ApplicationOf(schedule);
         if (!outlook.next && application.fits)
             findings.push_back({Level::note, "schedule", name + " never starts.", "Because " + outlook.never + ".",
-                                "schedulectl delete " + name + ", or add it again."});
+                                "schedulectl delete " + ShellWord(schedule.skedName) + ", or add it again."});
         for (const std::string& warning : outlook.warnings)
-            findings.push_back({Level::note, "schedule", name + " may surprise.", warning, "schedulectl show " + name});
+            findings.push_back({Level::note, "schedule", name + " may surprise.", warning,
+                                "schedulectl show " + ShellWord(schedule.skedName)});
     }
 }
 
@@ -166,7 +172,7 @@ void ExamineSchedules(const World& world, Findings& findings) {
 std::vector<Finding> Examine(const World& world, const ServiceState& service, const UnitState& unit) {
     Findings findings;
     ExamineHelper(world, findings);
-    if (world.situation.helperRuns || ServiceIsForbidden()) ExamineService(world, service, findings);
+    if (world.situation.helperRuns || WhyForbidden(world)) ExamineService(world, service, findings);
     ExamineUnit(unit, findings);
     ExamineSleep(world, unit, findings);
     ExamineStore(world, findings);

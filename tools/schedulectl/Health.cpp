@@ -52,16 +52,21 @@ std::string StatusLines(const World& world, const ServiceState& service, const S
     if (world.helperPid > 0) helper += ", process " + std::to_string(world.helperPid);
     if (since) helper += ", since " + FormatMoment(*since, now) + " (" + FormatSpan(now - *since) + ")";
     std::string text = Line(screen, "helper", helper, runs ? Style::good : Style::bad);
-    text += Line(screen, "service", answers ? "offered, and it answers" : "not offered",
+    const bool silent = service.answer == Service::Answer::silence;
+    text += Line(screen, "service",
+                 answers  ? "offered, and it answers"
+                 : silent ? "offered, but it does not answer"
+                          : "not offered",
                  answers ? Style::good : Style::bad);
 
     const auto starting = std::count_if(world.schedules.begin(), world.schedules.end(), [&](const Schedule& schedule) {
         return world.OutlookOf(schedule).next.has_value();
     });
     const auto never = static_cast<size_t>(std::ptrdiff_t(world.schedules.size()) - starting);
-    text += Line(screen, "schedules",
-                 std::to_string(world.schedules.size()) + " stored" +
-                     (never > 0 ? ", " + std::to_string(never) + " of them never starts" : ""));
+    text += Line(
+        screen, "schedules",
+        std::to_string(world.schedules.size()) + " stored" +
+            (never > 0 ? ", " + std::to_string(never) + " of them never " + (never == 1 ? "starts" : "start") : ""));
     const auto next = ComingStartsOfAll(world, 1, std::numeric_limits<Moment>::max());
     if (!next.empty())
         text += Line(screen, "next",
@@ -86,8 +91,7 @@ void CountAsDryRun(Report& report, const Screen& screen, const char* what) {
 bool YesOrNo(Service::Answer answer, const World& world) {
     if (answer == Service::Answer::yes || answer == Service::Answer::no) return answer == Service::Answer::yes;
     if (answer == Service::Answer::gone) ThrowNoService(world);
-    throw Failure{ExitCode::unconfirmed, "The helper does not answer",
-                  "It accepted the connection and stayed silent for 5 s.", "systemctl --user restart schedulehelper"};
+    throw Silence();
 }
 
 }  // namespace
@@ -108,6 +112,7 @@ Report StatusReport(const World& world, const Screen& screen) {
         {"path", world.store.path}, {"exists", world.store.exists}, {"readable", !world.store.problem}};
     if (answers) return report;
     try {
+        if (service.answer == Service::Answer::silence) throw Silence();
         ThrowNoService(world);
     } catch (const Failure& failure) {
         report.code = failure.code;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,7 @@ struct Finding {
 /// What the session's service manager says of the helper's unit; all empty where it cannot be asked.
 struct UnitState {
     bool known = false;
-    bool installed = false;
+    std::string loaded;            // "loaded", "not-found", "masked", ...
     std::string enabled;           // "enabled", "disabled", ...
     int64_t startedMonotonic = 0;  // microseconds on the monotonic clock; 0: not started by the unit
     int pid = 0;
@@ -37,8 +38,10 @@ struct ServiceState {
 /// One connection test, timed.
 ServiceState AskService();
 
-/// True when the folder of services is there and is not this user's alone.
-bool ServiceIsForbidden();
+/// What bars this user from the helper's service, where a folder on the way to it is not this user's alone.
+std::optional<Failure> WhyForbidden(const World& world);
+/// The helper is there, takes connections and does not answer.
+Failure Silence();
 
 std::vector<Finding> Examine(const World& world, const ServiceState& service, const UnitState& unit);
 

@@ -34,10 +34,9 @@ Json ToJson(const Schedule& schedule) {
             {"weekdayMask", schedule.weekDays.mask}};
 }
 
-Json WithOutlook(const Schedule& schedule, const World& world) {
+Json WithOutlook(const Schedule& schedule, const Outlook& outlook, const World& world) {
     Json json = ToJson(schedule);
     const Application& application = world.ApplicationOf(schedule);
-    const Outlook outlook = world.OutlookOf(schedule);
     json["application"] = {{"there", application.there},
                            {"version", application.version.empty() ? Json() : Json(application.version)},
                            {"fits", application.fits},

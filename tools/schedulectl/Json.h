@@ -20,7 +20,7 @@ Json ToJson(const Start& start);
 /// What was asked for, as import reads it back.
 Json ToJson(const Schedule& schedule);
 /// The same with its application, its next start or why there is none, and what may surprise.
-Json WithOutlook(const Schedule& schedule, const World& world);
+Json WithOutlook(const Schedule& schedule, const Outlook& outlook, const World& world);
 Json HelperToJson(const World& world);
 Json ToJson(const Failure& failure, const std::string& command);
 

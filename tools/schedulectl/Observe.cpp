@@ -2,6 +2,7 @@
 #include <platform_instance.h>
 #include <platform_store_reader.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "tools/schedulectl/Text.h"
@@ -37,6 +38,19 @@ std::optional<Failure> ProblemOf(ReadResult result, const std::string& path) {
                    "Look at its rights and at the disk, then try again."};
 }
 
+int64_t Seconds(clockid_t clock) {
+    timespec time{};
+    (void)clock_gettime(clock, &time);
+    return time.tv_sec;
+}
+
+/// The one clock counts while the machine sleeps, the other stands still.
+Moment SleptAtMost(const Situation& situation) {
+    if (!situation.helperSince) return 0;
+    const Moment sinceSwitchedOn = Seconds(CLOCK_BOOTTIME) - Seconds(CLOCK_MONOTONIC);
+    return std::clamp<Moment>(sinceSwitchedOn, 0, situation.now - *situation.helperSince);
+}
+
 }  // namespace
 
 World Observe() {
@@ -47,6 +61,7 @@ World Observe() {
     world.helperPid = helper.pid;
     if (helper.running && helper.startedAt > 0 && helper.startedAt <= world.situation.now)
         world.situation.helperSince = helper.startedAt;
+    world.situation.sleptAtMost = SleptAtMost(world.situation);
 
     world.store.path = platform_store::standardPath();
     const platform_store::StoreReader reader(world.store.path);

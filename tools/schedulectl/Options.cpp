@@ -30,6 +30,26 @@ std::vector<std::string> JoinMoments(int argc, const char* const* argv) {
     return words;
 }
 
+constexpr char guard = '\xFF';  // begins no text in UTF-8, so it is nobody's own
+
+/// The parser takes "[a,b]" for a list of two words; a schedule may be called so. Behind a guard it stays one.
+void GuardBrackets(std::vector<std::string>& words) {
+    for (std::string& word : words)
+        if (word.size() > 1 && word.front() == '[' && word.back() == ']') word.insert(word.begin(), guard);
+}
+
+void TakeGuardAway(std::string& text) {
+    if (text.size() > 2 && text[0] == guard && text[1] == '[' && text.back() == ']') text.erase(0, 1);
+}
+
+void TakeGuardsAway(Options& options) {
+    for (std::string& name : options.names) TakeGuardAway(name);
+    if (options.weekly) TakeGuardAway(*options.weekly);
+    for (std::string* text :
+         {&options.at, &options.armed, &options.zone, &options.app, &options.file, &options.exportFile, &options.shell})
+        TakeGuardAway(*text);
+}
+
 void DefineOptions(CLI::App& app, const CommandRow& row, Options& options) {
     const auto has = [&](char what) { return std::string_view(row.takes).find(what) != std::string_view::npos; };
     if (has('n')) app.add_option("NAME", options.names, "Name of the schedule")->required()->expected(1);
@@ -97,6 +117,7 @@ std::string CommandHelp(const CLI::App& app, const CommandRow& row) {
             usage += " " + option->get_name() + (option->get_items_expected_max() > 1 ? "..." : "");
     std::string text = std::string("schedulectl ") + row.name + ": " + row.summary + "\n\n" + Examples(row) +
                        "\nUsage: " + usage + "\n\n" + OptionLines(app);
+    text += "  " + Pad("--json, --color WISH", 22) + " As with every command\n";
     if (*row.note != '\0') text += '\n' + Screen(80, false, false).Paragraph(row.note);
     return text;
 }
@@ -152,7 +173,8 @@ struct Grammar {
 
 [[noreturn]] void RefuseWord(Grammar& grammar, const CLI::App* chosen) {
     std::vector<std::string> rest = grammar.app.remaining(true);
-    const std::string word = rest.empty() ? "" : rest.front();
+    std::string word = rest.empty() ? "" : rest.front();
+    TakeGuardAway(word);
     std::vector<std::string> known;
     const bool option = word.size() > 1 && word[0] == '-';
     if (option) {
@@ -171,10 +193,21 @@ struct Grammar {
                   "\"schedulectl" + command + " --help\" shows examples.", likely};
 }
 
+/// The parser's own words, put plainly where they are not: "--at: 1 required WHEN missing", "NAME: At Most 1 required".
+std::string PlainReason(const CLI::ParseError& error) {
+    std::string why = error.what();
+    const std::string subject = why.substr(0, why.find(": "));
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+        if (subject[0] == '-') return subject + " needs a value after it.";
+        return "One " + subject + " is expected here; with blanks in it, it needs quotes.";
+    }
+    if (!why.empty() && why.back() != '.') why += '.';
+    return why;
+}
+
 [[noreturn]] void RefuseLine(const CLI::ParseError& error, const CLI::App* chosen) {
     const std::string command = chosen != nullptr ? " " + chosen->get_name() : "";
-    std::string why = error.what();
-    if (!why.empty() && why.back() != '.') why += '.';
+    const std::string why = PlainReason(error);
     throw Failure{ExitCode::usage, "The command line cannot be understood", why,
                   "\"schedulectl" + command + " --help\" shows examples."};
 }
@@ -189,6 +222,7 @@ bool Options::needsService() const {
 std::optional<Options> ParseCommandLine(int argc, const char* const* argv, std::string& text) {
     Grammar grammar;
     std::vector<std::string> words = JoinMoments(argc, argv);
+    GuardBrackets(words);
     std::reverse(words.begin(), words.end());
     const auto chosen = [&]() -> const CLI::App* {
         const auto subcommands = grammar.app.get_subcommands();
@@ -205,6 +239,7 @@ std::optional<Options> ParseCommandLine(int argc, const char* const* argv, std::
         RefuseLine(error, chosen());
     }
     Options& options = grammar.options;
+    TakeGuardsAway(options);
     if (chosen() != nullptr) options.commandName = chosen()->get_name();
     options.command = RowOf(options.commandName).command;
     options.color = grammar.color == "always"  ? ColorChoice::always

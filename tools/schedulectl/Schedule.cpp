@@ -35,8 +35,11 @@ std::string WhyNotArmed(const Schedule& schedule, const Situation& situation) {
         return "its moment has no place in the calendar";
     }
     if (!situation.helperRuns) return "its moment has passed; missed starts are not made up";
-    if (schedule.start.seconds > situation.armedAt())
-        return "it fell due " + FormatRelative(schedule.start.seconds, situation.now) + " and starts only once";
+    if (schedule.start.seconds > situation.armedAt()) {
+        const bool mayCome = situation.now - schedule.start.seconds <= situation.sleptAtMost;
+        return "it fell due " + FormatRelative(schedule.start.seconds, situation.now) + " and starts only once" +
+               (mayCome ? ", unless the machine's sleep holds it up still" : "");
+    }
     return "its moment had passed when the helper loaded it; missed starts are not made up";
 }
 
@@ -80,7 +83,7 @@ bool KeepsWeekdays(const Schedule& schedule) {
     return schedule.weekly && !schedule.daily;
 }
 
-std::vector<Start> ComingStarts(const Schedule& schedule, Moment armedAt, Moment now, size_t count) {
+std::vector<Moment> ComingMoments(const Schedule& schedule, Moment armedAt, Moment now, Moment end, size_t count) {
     const LGCDArmingPlan plan =
         LPlanArming(armedAt, schedule.start, schedule.daily, schedule.weekly, schedule.weekDays);
     std::vector<Moment> likely;
@@ -89,20 +92,25 @@ std::vector<Start> ComingStarts(const Schedule& schedule, Moment armedAt, Moment
         const Moment interval = plan.armings[i].interval;
         Moment moment = first;
         if (interval > 0 && first <= now) moment += ((now - first) / interval + 1) * interval;
-        for (size_t n = 0; n < count && moment > now; ++n, moment += interval) {
+        for (size_t n = 0; n < count && moment > now && moment < end; ++n, moment += interval) {
             likely.push_back(moment);
             if (interval <= 0) break;
         }
     }
     std::sort(likely.begin(), likely.end());
     likely.resize(std::min(likely.size(), count));
+    return likely;
+}
 
+Start StartAt(const Schedule& schedule, Moment likely, Moment armedAt) {
+    if (Repeats(schedule)) return RepeatedStart(schedule, likely, armedAt);
+    return {schedule.start.seconds, schedule.start.seconds, AskedMoment(schedule)};
+}
+
+std::vector<Start> ComingStarts(const Schedule& schedule, Moment armedAt, Moment now, size_t count) {
     std::vector<Start> starts;
-    starts.reserve(likely.size());
-    for (const Moment moment : likely)
-        starts.push_back(Repeats(schedule)
-                             ? RepeatedStart(schedule, moment, armedAt)
-                             : Start{schedule.start.seconds, schedule.start.seconds, AskedMoment(schedule)});
+    for (const Moment moment : ComingMoments(schedule, armedAt, now, std::numeric_limits<Moment>::max(), count))
+        starts.push_back(StartAt(schedule, moment, armedAt));
     return starts;
 }
 

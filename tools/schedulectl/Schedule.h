@@ -36,10 +36,13 @@ struct Start {
     [[nodiscard]] Moment moved() const { return likely - due; }
 };
 
-/// The first `count` starts after `now` of a schedule that was armed at `armedAt`.
+/// The moments of the first `count` starts after `now`, and before `end`, of a schedule that was armed at `armedAt`.
 ///
 /// What repeats keeps the fixed interval with which it was armed, whatever clocks do meanwhile; nothing comes of a
 /// one-off whose moment had passed at `armedAt`. A machine that sleeps delays all of this by the time it slept.
+std::vector<Moment> ComingMoments(const Schedule& schedule, Moment armedAt, Moment now, Moment end, size_t count);
+/// The start at one of those moments.
+Start StartAt(const Schedule& schedule, Moment likely, Moment armedAt);
 std::vector<Start> ComingStarts(const Schedule& schedule, Moment armedAt, Moment now, size_t count);
 
 /// "once", "daily", "Mon-Fri", "weekly, no day".
@@ -70,6 +73,9 @@ struct Situation {
     Moment now = 0;
     bool helperRuns = false;
     std::optional<Moment> helperSince;  // when it started; schedules count as armed since then
+    /// The machine slept no more seconds than these since then. Timers stand still meanwhile, so starts are late by
+    /// what it slept; how much of this it was cannot be seen here.
+    Moment sleptAtMost = 0;
 
     /// The moment from which timers count: the helper's start, or now for a helper yet to be started.
     [[nodiscard]] Moment armedAt() const { return helperSince.value_or(now); }

@@ -60,18 +60,19 @@ void Service::Send(const Request& request) {
 
 Service::Answer Service::Ask(const Request& request, const char* replyKey) {
     SendItems(request, true);
-    return Await(replyKey);
+    return Await(replyKey, answerTime);
 }
 
-Service::Answer Service::Test() {
-    return Ask(Request().Flag(kKeyTestConnection), kReplyTestConnection);
+Service::Answer Service::Test(std::chrono::milliseconds patience) {
+    SendItems(Request().Flag(kKeyTestConnection), true);
+    return Await(kReplyTestConnection, patience);
 }
 
 Service::Answer Service::AskOrSilence(const Request& request, const char* replyKey) {
     SendItems(request, true);
     const Request test = Request().Flag(kKeyTestConnection);
     SendItems(test, true);
-    const Answer tested = Await(kReplyTestConnection);
+    const Answer tested = Await(kReplyTestConnection, answerTime);
     if (tested != Answer::yes) return tested;
     // One connection's requests are answered in order, and its replies come in order too.
     const std::lock_guard lock(mutex_);
@@ -85,13 +86,13 @@ bool Service::WaitUntilGone() {
     return changed_.wait_for(lock, answerTime, [this] { return gone_; });
 }
 
-Service::Answer Service::Await(const char* replyKey) {
+Service::Answer Service::Await(const char* replyKey, std::chrono::milliseconds patience) {
     std::unique_lock lock(mutex_);
     const auto find = [&] {
         return std::find_if(replies_.begin(), replies_.end(),
                             [&](const auto& reply) { return reply.first == replyKey; });
     };
-    const bool something = changed_.wait_for(lock, answerTime, [&] { return gone_ || find() != replies_.end(); });
+    const bool something = changed_.wait_for(lock, patience, [&] { return gone_ || find() != replies_.end(); });
     const auto reply = find();
     if (reply != replies_.end()) {
         const bool value = reply->second;

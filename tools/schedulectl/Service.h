@@ -37,6 +37,8 @@ class Request {
 
 /// How long to wait for an answer; a helper that is alive answers in well under a millisecond.
 constexpr std::chrono::milliseconds answerTime{5000};
+/// How long to wait for the answer behind a write: thousands of schedules may have to reach a slow disk.
+constexpr std::chrono::milliseconds writeTime{60000};
 
 /// One connection to the helper's service.
 class Service : private LXPCEventNotify {
@@ -53,7 +55,7 @@ class Service : private LXPCEventNotify {
     /// Sends and waits for `replyKey`: its boolean, silence after `answerTime`, or gone when the connection ended.
     Answer Ask(const Request& request, const char* replyKey);
     /// The connection test. Whatever was sent before it on this connection has been acted upon when it is answered.
-    Answer Test();
+    Answer Test(std::chrono::milliseconds patience = answerTime);
     /// As Ask, for a question to which the helper's no is silence: asks the test after it and takes its answer for no.
     Answer AskOrSilence(const Request& request, const char* replyKey);
     /// Waits until the other side has gone; false after `answerTime`.
@@ -65,7 +67,7 @@ class Service : private LXPCEventNotify {
     void EvReplyReceived(long connection, const LList<LXPCDataListable>& items) override;
     void EvMessageSent(long connection) override;
     void SendItems(const Request& request, bool wantReply);
-    Answer Await(const char* replyKey);
+    Answer Await(const char* replyKey, std::chrono::milliseconds patience);
 
     std::mutex mutex_;
     std::condition_variable changed_;

@@ -52,7 +52,7 @@ Target FindTarget(const World& world, const Options& options) {
     for (size_t i = 0; i < stored.size() && i < 3; ++i) why += (i > 0 ? ", " : " ") + Printable(stored[i].app);
     throw Failure{ExitCode::usage, "Which application is it for?", why,
                   "Name its bundle with --app, as in --app " +
-                      (stored.empty() ? "/opt/Orvin.app" : Printable(stored[0].app)) + "."};
+                      (stored.empty() ? "/opt/Orvin.app" : ShellWord(stored[0].app)) + "."};
 }
 
 long EarlyStart(Moment asked) {
@@ -69,15 +69,14 @@ void CheckBeforeSending(const Schedule& schedule, const World& world) {
     if (key == kScheduleIndexKey)
         throw Failure{ExitCode::refused, "This schedule cannot be stored",
                       "Its record would take the place of the index of all schedules.", "Choose another name."};
-    for (const Schedule& other : world.schedules) {
-        const bool same = other.bundleId == schedule.bundleId && other.appPath == schedule.appPath &&
-                          other.skedName == schedule.skedName;
-        if (!same && LScheduleKey(other.bundleId, other.appPath, other.skedName) == key)
-            throw Failure{ExitCode::refused, "This schedule cannot be stored",
-                          "Its record would take the place of \"" + Printable(other.skedName) + "\" of " +
-                              Printable(other.appPath) + ".",
-                          "Choose another name."};
-    }
+    const Schedule* other = world.RecordAt(key);
+    const bool same = other == nullptr || (other->bundleId == schedule.bundleId && other->appPath == schedule.appPath &&
+                                           other->skedName == schedule.skedName);
+    if (!same)
+        throw Failure{ExitCode::refused, "This schedule cannot be stored",
+                      "Its record would take the place of \"" + Printable(other->skedName) + "\" of " +
+                          Printable(other->appPath) + ".",
+                      "Choose another name."};
     if (!Repeats(schedule) && schedule.start.seconds <= world.now()) {
         const bool near = AskedMoment(schedule) > world.now();
         throw Failure{ExitCode::refused,

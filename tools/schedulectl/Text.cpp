@@ -4,6 +4,7 @@
 #include <wchar.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <numeric>
@@ -170,6 +171,18 @@ std::string DidYouMean(const std::vector<std::string>& suggestions) {
 
 bool EqualIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string ShellWord(std::string_view text) {
+    const std::string word = Printable(text);
+    const bool plain = std::all_of(word.begin(), word.end(), [](unsigned char c) {
+        return c >= 0x80 || isalnum(c) != 0 ||
+               std::string_view("_@%+=:,./-").find(static_cast<char>(c)) != std::string_view::npos;
+    });
+    if (plain && !word.empty()) return word;
+    std::string result = "'";
+    for (const char c : word) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
 }
 
 std::string Lower(std::string_view text) {

@@ -38,6 +38,9 @@ std::string DidYouMean(const std::vector<std::string>& suggestions);
 /// True when the two texts differ in nothing but the case of ASCII letters.
 bool EqualIgnoringCase(std::string_view a, std::string_view b);
 
+/// `text`, made printable, as one word of a shell's command line: in quotes where it needs them.
+std::string ShellWord(std::string_view text);
+
 std::string Lower(std::string_view text);
 std::string Join(const std::vector<std::string>& parts, std::string_view between);
 /// "1 schedule", "3 schedules".

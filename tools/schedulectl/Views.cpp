@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <unordered_map>
 
 #include "app/LRequestKeys.h"
 #include "tools/schedulectl/Text.h"
@@ -45,7 +46,14 @@ std::string Banner(const World& world, const Screen& screen) {
     const auto& since = world.situation.helperSince;
     if (world.situation.helperRuns) {
         const std::string age = since ? " for " + FormatSpan(std::max<Moment>(now - *since, 0)) : "";
-        return screen.Paragraph(clock + dot + "helper running" + age, 0, Style::faint) + '\n';
+        std::string banner = screen.Paragraph(clock + dot + "helper running" + age, 0, Style::faint);
+        constexpr Moment noticeable = 60;
+        if (world.situation.sleptAtMost >= noticeable)
+            banner += screen.Paragraph("The machine has slept: starts may be up to " +
+                                           FormatSpan(world.situation.sleptAtMost) +
+                                           " late until the helper starts again; \"schedulectl doctor\" tells.",
+                                       0, Style::warning);
+        return banner + '\n';
     }
     return screen.Paragraph(clock, 0, Style::faint) +
            screen.Paragraph("No helper is running, so nothing starts. Try: systemctl --user start schedulehelper", 0,
@@ -74,8 +82,9 @@ std::string ListFooter(const std::vector<Listed>& list, const Screen& screen) {
         std::count_if(list.begin(), list.end(), [](const Listed& listed) { return !listed.outlook.next; }));
     std::string text = Count(list.size(), "schedule");
     if (never > 0)
-        text += never == list.size() && never > 1 ? ", none of them ever starts"
-                                                  : ", " + std::to_string(never) + " of them never starts";
+        text += never == list.size() && never > 1
+                    ? ", none of them ever starts"
+                    : ", " + std::to_string(never) + " of them never " + (never == 1 ? "starts" : "start");
     return screen.Paragraph(text + ". Starts come 10 seconds before the time asked for.", 0, Style::faint);
 }
 
@@ -139,7 +148,7 @@ Report ListReport(const World& world, const Screen& screen, const std::string& c
     const std::vector<Listed> list = InOrderOfStart(world);
     const Moment now = world.now();
     for (const auto& [schedule, outlook] : list) {
-        report.json["schedules"].push_back(WithOutlook(*schedule, world));
+        report.json["schedules"].push_back(WithOutlook(*schedule, outlook, world));
         const Application& application = world.ApplicationOf(*schedule);
         std::vector<std::string> notes = outlook.warnings;
         if (!outlook.next) notes.insert(notes.begin(), "never: " + outlook.never);
@@ -168,7 +177,7 @@ Report ShowReport(const World& world, const Screen& screen, const Options& optio
 
     Report report{"", Document("show")};
     report.json["helper"] = HelperToJson(world);
-    report.json["schedule"] = WithOutlook(schedule, world);
+    report.json["schedule"] = WithOutlook(schedule, outlook, world);
     report.json["coming"] = Json::array();
     for (const Start& start : coming) report.json["coming"].push_back(ToJson(start));
 
@@ -231,19 +240,15 @@ Report WeekReport(const World& world, const Screen& screen) {
     report.json["until"] = ToJson(end);
     report.json["starts"] = Json::array();
     std::vector<WeekLine> lines;
-    std::vector<const Schedule*> owners;
+    std::unordered_map<const Schedule*, size_t> places;
     for (const auto& [schedule, start] : starts) {
         Json json = ToJson(start);
         json["name"] = schedule->skedName;
         json["app"] = schedule->appPath;
         report.json["starts"].push_back(json);
-        const auto known = std::find(owners.begin(), owners.end(), schedule);
-        const auto place = static_cast<size_t>(known - owners.begin());
-        if (known == owners.end()) {
-            owners.push_back(schedule);
-            lines.push_back({Printable(schedule->skedName), Describe(*schedule, now), {}});
-        }
-        lines[place].starts.push_back(start.likely);
+        const auto [place, isNew] = places.emplace(schedule, lines.size());
+        if (isNew) lines.push_back({Printable(schedule->skedName), Describe(*schedule, now), {}});
+        lines[place->second].starts.push_back(start.likely);
     }
     report.text += RenderWeek(lines, now, screen);
     const size_t others = world.schedules.size() - lines.size();
@@ -262,7 +267,7 @@ Report WhyReport(const World& world, const Screen& screen, const Options& option
     const auto stop = std::find_if(steps.begin(), steps.end(), [](const Step& s) { return s.answer != s.wanted; });
     const bool yes = stop == steps.end();
     report.code = yes ? ExitCode::done : ExitCode::no;
-    report.json["schedule"] = WithOutlook(schedule, world);
+    report.json["schedule"] = WithOutlook(schedule, outlook, world);
     report.json["answer"] = yes;
     report.json["steps"] = Json::array();
     report.text =

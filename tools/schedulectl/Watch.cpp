@@ -1,10 +1,13 @@
 // The list, redrawn every second on a screen of its own, which is left as it was found.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <ctime>
 
+#include "tools/schedulectl/Text.h"
 #include "tools/schedulectl/Tool.h"
 
 namespace schedulectl {
@@ -35,10 +38,24 @@ bool Write(const std::string& text) {
     return fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0;
 }
 
-/// Each line ends by erasing what stood behind it, so that nothing flickers.
-std::string Frame(const std::string& text) {
+size_t TerminalRows() {
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1 ? size.ws_row : 24;
+}
+
+/// As much of `text` as `rows` hold, the last of them telling how much is missing: a screen that scrolls shows its end
+/// only. Each line ends by erasing what stood behind it, so that nothing flickers.
+std::string Frame(const std::string& text, size_t rows) {
+    const auto lines = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+    const size_t shown = lines < rows ? lines : rows - 1;
     std::string frame = "\033[H";
-    for (const char c : text) frame += c == '\n' ? std::string("\033[K\r\n") : std::string(1, c);
+    size_t begin = 0;
+    for (size_t line = 0; line < shown; ++line) {
+        const size_t end = text.find('\n', begin);
+        frame += text.substr(begin, end - begin) + "\033[K\r\n";
+        begin = end + 1;
+    }
+    if (shown < lines) frame += Count(lines - shown, "more line") + ", see \"schedulectl list\"\033[K";
     return frame + "\033[J";
 }
 
@@ -60,7 +77,7 @@ ExitCode Watch(const Options& options) {
         failure = world.store.problem;
         if (failure) break;
         const Report report = ListReport(world, Screen::Of(STDOUT_FILENO, options.color), "watch");
-        open = Write(options.json ? Dump(report.json) : Frame(report.text));
+        open = Write(options.json ? Dump(report.json) : Frame(report.text, TerminalRows()));
         PauseUntilNextSecond();
     }
     if (!options.json) Write("\033[?25h\033[?1049l");

@@ -113,14 +113,15 @@ class Picture {
 
 std::string Legend(const std::vector<WeekLine>& lines, Moment now, bool crowded, const Screen& screen) {
     size_t widest = 0, rules = 0;
-    for (const WeekLine& line : lines) {
-        widest = std::max(widest, DisplayWidth(line.name));
-        rules = std::max(rules, DisplayWidth(line.rule));
+    const size_t named = std::min(lines.size(), manyLetters);
+    for (size_t i = 0; i < named; ++i) {
+        widest = std::max(widest, DisplayWidth(lines[i].name));
+        rules = std::max(rules, DisplayWidth(lines[i].rule));
     }
     const size_t room = screen.columns() > rules + 7 ? screen.columns() - rules - 7 : 8;
     widest = std::min(widest, std::max<size_t>(room, 8));
     std::string text;
-    for (size_t i = 0; i < lines.size(); ++i) {
+    for (size_t i = 0; i < named; ++i) {
         const std::string name = CutToWidth(lines[i].name, widest, screen.unicode());
         const std::string rule = screen.isTerminal()
                                      ? CutToWidth(lines[i].rule, screen.columns() - widest - 7, screen.unicode())
@@ -128,6 +129,7 @@ std::string Legend(const std::vector<WeekLine>& lines, Moment now, bool crowded,
         text += "  " + screen.PaintPlace(i, Letter(i)) + "  " + Pad(name, widest) + "  " +
                 screen.Paint(Style::faint, rule) + '\n';
     }
+    if (named < lines.size()) text += "  #  " + Count(lines.size() - named, "more schedule") + '\n';
     if (crowded) text += "  " + screen.Paint(Style::strong, "2") + "  so many schedules at one place\n";
     const std::string mark = screen.Glyph("\u25b8", ">");
     return text + "  " + screen.Paint(Style::good, mark) + "  now, " + FormatClock(SecondOfDay(now) / 60 * 60) + '\n';

@@ -138,6 +138,8 @@ Moment SinceEpoch(std::string_view text) {
     std::string_view rest = text.substr(1);
     const auto seconds = TakeNumber(rest);
     if (!seconds || !rest.empty()) Refuse(text, "After @ come the seconds since 1970 UTC, in digits.");
+    constexpr int64_t lastSecond = 253402300799;  // of the year 9999
+    if (*seconds > lastSecond) Refuse(text, "That is after the year 9999.");
     return *seconds;
 }
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 
 #include "app/LCFBundle.h"
@@ -76,6 +77,14 @@ const Application& World::ApplicationOf(const Schedule& schedule) const {
     return applications_[key] = LookAtApplication(schedule.appPath, schedule.bundleId);
 }
 
+const Schedule* World::RecordAt(const std::string& key) const {
+    if (records_.empty())
+        for (size_t i = 0; i < schedules.size(); ++i)
+            records_.emplace(LScheduleKey(schedules[i].bundleId, schedules[i].appPath, schedules[i].skedName), i);
+    const auto found = records_.find(key);
+    return found == records_.end() ? nullptr : &schedules[found->second];
+}
+
 const Schedule* World::TwinOf(const Schedule& schedule) const {
     if (places_.empty())
         for (size_t i = 0; i < schedules.size(); ++i) places_.emplace(SharedTimerKey(schedules[i]), i);
@@ -104,7 +113,7 @@ const Schedule& FindSchedule(const World& world, const std::string& name, const 
         if (found != nullptr)
             throw Failure{ExitCode::usage, "Several applications have a schedule \"" + Printable(name) + "\"",
                           Printable(found->appPath) + " and " + Printable(schedule.appPath) + ".",
-                          "Say which with --app " + Printable(found->appPath) + "."};
+                          "Say which with --app " + ShellWord(found->appPath) + "."};
         found = &schedule;
     }
     if (found != nullptr) return *found;
@@ -117,19 +126,36 @@ const Schedule& FindSchedule(const World& world, const std::string& name, const 
 }
 
 std::vector<ScheduledStart> ComingStartsOfAll(const World& world, size_t count, Moment end) {
-    std::vector<ScheduledStart> all;
+    struct Found {
+        size_t place;  // of the schedule: equal moments stay in the store's order
+        const Schedule* schedule;
+        Moment moment;
+    };
+    const auto sooner = [](const Found& a, const Found& b) {
+        return a.moment != b.moment ? a.moment < b.moment : a.place < b.place;
+    };
+    constexpr size_t manyMore = 4096;
+    count = std::clamp<size_t>(count, 1, std::numeric_limits<size_t>::max() / 2);
+    const Moment armedAt = world.situation.armedAt();
+    std::vector<Found> all;
+    size_t place = 0;
     for (const Schedule& schedule : world.schedules) {
         if (!world.OutlookOf(schedule).next) continue;
-        // At most one start a day, so as many as there are days to `end` is enough.
-        const Moment days = (end - world.now()) / daySeconds + 2;
-        const size_t wanted = std::min(count, static_cast<size_t>(std::clamp<Moment>(days, 1, 1000)));
-        for (const Start& start : ComingStarts(schedule, world.situation.armedAt(), world.now(), wanted))
-            if (start.likely < end) all.push_back({&schedule, start});
+        for (const Moment moment : ComingMoments(schedule, armedAt, world.now(), end, count))
+            all.push_back({place, &schedule, moment});
+        ++place;
+        if (all.size() < count + manyMore) continue;
+        // Enough are known to see how far they reach: what comes later is not looked for any more.
+        std::nth_element(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count) - 1, all.end(), sooner);
+        all.resize(count);
+        end = std::min(end, all.back().moment);
     }
-    std::stable_sort(all.begin(), all.end(),
-                     [](const auto& a, const auto& b) { return a.start.likely < b.start.likely; });
+    std::sort(all.begin(), all.end(), sooner);
     all.resize(std::min(all.size(), count));
-    return all;
+    std::vector<ScheduledStart> starts;
+    starts.reserve(all.size());
+    for (const Found& found : all) starts.push_back({found.schedule, StartAt(*found.schedule, found.moment, armedAt)});
+    return starts;
 }
 
 }  // namespace schedulectl

@@ -32,11 +32,15 @@ struct World {
     [[nodiscard]] const Application& ApplicationOf(const Schedule& schedule) const;
     [[nodiscard]] Outlook OutlookOf(const Schedule& schedule) const;
 
+    /// The schedule whose record is stored under `key`, null when there is none.
+    [[nodiscard]] const Schedule* RecordAt(const std::string& key) const;
+
     /// Another stored schedule that shares its timer, null when there is none.
     [[nodiscard]] const Schedule* TwinOf(const Schedule& schedule) const;
 
   private:
     mutable std::unordered_multimap<std::string, size_t> places_;  // by SharedTimerKey, filled at first use
+    mutable std::unordered_map<std::string, size_t> records_;      // by record key, filled at first use
     mutable std::map<std::pair<std::string, std::string>, Application> applications_;
 };
 

@@ -1,6 +1,7 @@
 #include "tools/schedulectl/Writes.h"
 
 #include <algorithm>
+#include <set>
 
 #include "app/LRequestKeys.h"
 #include "tools/schedulectl/Confirm.h"
@@ -34,22 +35,25 @@ Schedule WantedSchedule(const World& world, const Options& options) {
     return schedule;
 }
 
-/// What may surprise about a schedule that is about to be stored.
-std::vector<std::string> WarningsFor(const Schedule& schedule, const World& world) {
-    World after = world;
-    after.situation.helperSince = world.now();  // it is armed now, whenever the helper started
-    after.situation.helperRuns = true;
-    const Outlook outlook = after.OutlookOf(schedule);
+/// What is to be expected of a schedule that is about to be stored.
+Outlook OutlookOnceStored(const Schedule& schedule, const World& world) {
+    Situation armed = world.situation;
+    armed.helperSince = world.now();  // it is armed now, whenever the helper started
+    armed.helperRuns = true;
+    return LookAt(schedule, world.ApplicationOf(schedule), armed, world.TwinOf(schedule));
+}
+
+/// What may surprise about it.
+std::vector<std::string> WarningsOf(const Outlook& outlook) {
     std::vector<std::string> warnings = outlook.warnings;
     if (!outlook.next) warnings.insert(warnings.begin(), "It never starts: " + outlook.never + ".");
     return warnings;
 }
 
-std::string Conclusion(const Schedule& schedule, const World& world) {
-    const auto coming = ComingStarts(schedule, world.now(), world.now(), 1);
-    if (coming.empty()) return {};
-    return ". First start " + FormatMoment(coming[0].likely, world.now()) + ", " +
-           FormatRelative(coming[0].likely, world.now());
+std::string Conclusion(const Outlook& outlook, const World& world) {
+    if (!outlook.next) return {};
+    return ". First start " + FormatMoment(outlook.next->likely, world.now()) + ", " +
+           FormatRelative(outlook.next->likely, world.now());
 }
 
 Request AddRequest(const Schedule& schedule) {
@@ -75,10 +79,13 @@ void AddWarnings(Report& report, const Screen& screen, const std::vector<std::st
     for (const std::string& warning : warnings) report.text += screen.Paragraph(warning, 2, Style::warning);
 }
 
+std::string KeyOf(const Schedule& schedule) {
+    return LScheduleKey(schedule.bundleId, schedule.appPath, schedule.skedName);
+}
+
 const Schedule* Find(const World& world, const Schedule& wanted) {
-    const auto found = std::find_if(world.schedules.begin(), world.schedules.end(),
-                                    [&](const Schedule& stored) { return SameIdentity(stored, wanted); });
-    return found == world.schedules.end() ? nullptr : &*found;
+    const Schedule* stored = world.RecordAt(KeyOf(wanted));
+    return stored != nullptr && SameIdentity(*stored, wanted) ? stored : nullptr;
 }
 
 constexpr const char* nothingSent = "Nothing was sent.";
@@ -115,9 +122,10 @@ Report AddReport(const World& world, const Screen& screen, const Options& option
         if (stored == nullptr || !(*stored == wanted)) ThrowNotStored(Quoted(wanted));
     }
     const char* done = options.dryRun ? (old ? "Would replace " : "Would add ") : (old ? "Replaced " : "Added ");
+    const Outlook outlook = OutlookOnceStored(wanted, world);
     report.text = screen.Paragraph(done + Quoted(wanted) + was + ": " + Describe(wanted, world.now()) +
-                                   Conclusion(wanted, world) + ".");
-    AddWarnings(report, screen, WarningsFor(wanted, world));
+                                   Conclusion(outlook, world) + ".");
+    AddWarnings(report, screen, WarningsOf(outlook));
     if (options.dryRun) report.text += screen.Paragraph(nothingSent, 0, Style::faint);
     return report;
 }
@@ -155,8 +163,7 @@ Report ClearReport(const World& world, const Screen& screen, const Options& opti
     const std::string prefix = LScheduleApplicationPrefix(target.bundleId, target.app);
     std::vector<Schedule> goes;
     for (const Schedule& schedule : world.schedules)
-        if (LScheduleKey(schedule.bundleId, schedule.appPath, schedule.skedName).compare(0, prefix.size(), prefix) == 0)
-            goes.push_back(schedule);
+        if (KeyOf(schedule).compare(0, prefix.size(), prefix) == 0) goes.push_back(schedule);
 
     Report report{"", Document("clear")};
     report.json["schedules"] = Json::array();
@@ -197,7 +204,7 @@ Report ClearReport(const World& world, const Screen& screen, const Options& opti
     report.json["result"] = "cleared";
     report.json["export"] = file;
     report.text = screen.Paragraph("Deleted " + what + ".") +
-                  screen.Paragraph("To bring them back: schedulectl import " + Printable(file), 0, Style::faint);
+                  screen.Paragraph("To bring them back: schedulectl import " + ShellWord(file), 0, Style::faint);
     AddWarnings(report, screen, warnings);
     return report;
 }
@@ -209,6 +216,8 @@ Report ImportReport(const World& world, const Screen& screen, const Options& opt
     std::vector<Schedule> wanted;
     std::vector<Request> requests;
     std::string lines;
+    std::vector<std::string> warnings;
+    std::set<std::string> keys;
     for (const Schedule& schedule : ReadExport(options.file)) {
         Json json = ToJson(schedule);
         const bool passed = !Repeats(schedule) && schedule.start.seconds <= world.now();
@@ -220,6 +229,11 @@ Report ImportReport(const World& world, const Screen& screen, const Options& opt
         lines += "  " + Quoted(schedule) + ", " + Describe(schedule, world.now()) + ": " + what + '\n';
         if (passed) continue;
         CheckBeforeSending(schedule, world);
+        if (!keys.insert(KeyOf(schedule)).second)
+            throw Failure{ExitCode::refused, "The export holds the record of " + Quoted(schedule) + " twice",
+                          "Only one of the two could be stored.", "Take one of them out of the file."};
+        for (const std::string& warning : WarningsOf(OutlookOnceStored(schedule, world)))
+            warnings.push_back(Quoted(schedule) + ": " + warning);
         wanted.push_back(schedule);
         requests.push_back(AddRequest(schedule));
     }
@@ -232,6 +246,7 @@ Report ImportReport(const World& world, const Screen& screen, const Options& opt
     }
     report.json["count"] = wanted.size();
     report.text = (options.dryRun ? "Would import " : "Imported ") + Count(wanted.size(), "schedule") + ".\n" + lines;
+    AddWarnings(report, screen, warnings);
     if (options.dryRun) report.text += screen.Paragraph(nothingSent, 0, Style::faint);
     return report;
 }
