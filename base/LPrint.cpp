@@ -62,22 +62,49 @@ const char* LPrintConversion::Read(const char* format) {
 // or what stands before it is no width and precision.
 bool LPrintConversion::BuildFormat() {
     if (std::strchr("diouxXcefg", character_) == nullptr) return false;
-    const bool zeros = kept_[0] == '0';
+    zeros_ = kept_[0] == '0';
     const char* rest = ReadNumber(kept_, width_);
     if (*rest == '.') rest = ReadNumber(rest + 1, precision_);
     if (*rest != 0) return false;
     char* out = format_;
     *out++ = '%';
-    if (zeros) *out++ = '0';
+    if (zeros_) *out++ = '0';
     std::memcpy(out, "*.*", 3);
     out[3] = character_;
     out[4] = 0;
     return true;
 }
 
+// Whole decimal numbers are what is printed most: those whose text is sure to fit are written here, as the C library
+// would write them.
+bool LPrintConversion::IsShortDecimal() const {
+    constexpr int longest = 200;
+    const bool isDecimal = character_ == 'd' || character_ == 'i' || character_ == 'u';
+    return isDecimal && width_ <= longest && precision_ <= longest;
+}
+
+// From the last digit to the first character: a precision says how many digits there are at least, a width how many
+// characters; with a precision there are no zeros but those that it asks for.
+const char* LPrintConversion::PrintDecimal(unsigned value) {
+    const bool isNegative = character_ != 'u' && static_cast<int>(value) < 0;
+    char* const end = scratch_ + sizeof scratch_ - 1;
+    char* out = end;
+    *out = 0;
+    for (unsigned left = isNegative ? 0U - value : value; left != 0; left /= 10) {
+        *--out = static_cast<char>('0' + left % 10);
+    }
+    int digits = precision_;
+    if (precision_ < 0) digits = zeros_ ? std::max(width_ - (isNegative ? 1 : 0), 1) : 1;
+    while (end - out < digits) *--out = '0';
+    if (isNegative) *--out = '-';
+    while (end - out < width_) *--out = ' ';
+    return out;
+}
+
 const char* LPrintConversion::Print(unsigned value) {
     scratch_[0] = 0;
     if (!BuildFormat()) return scratch_;
+    if (IsShortDecimal()) return PrintDecimal(value);
     const int printed = std::snprintf(scratch_, sizeof scratch_, format_, width_, precision_, value);
     return printed < 0 ? "" : scratch_;
 }

@@ -38,6 +38,8 @@ class LPrintConversion {
 
   private:
     bool BuildFormat();
+    bool IsShortDecimal() const;
+    const char* PrintDecimal(unsigned value);
 
     static constexpr int textSize = 260;
 
@@ -46,6 +48,7 @@ class LPrintConversion {
     char format_[8];  // for the C library, with width and precision as arguments
     int width_ = 0;
     int precision_ = -1;
+    bool zeros_ = false;  // blanks in front of a number are zeros instead
     char scratch_[textSize];
 };
 
