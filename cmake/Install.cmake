@@ -8,6 +8,7 @@
 #   lib/pkgconfig/schedulehelper-client.pc
 #   lib/systemd/user/schedulehelper.service    the user unit
 #   share/man                                  the pages
+#   share/schedulehelper                       the JSON schema of schedulectl
 #   share/bash-completion, zsh, fish           completions of schedulectl
 include(CMakePackageConfigHelpers)
 
@@ -53,6 +54,8 @@ foreach(section 1 3 5 8)
     file(GLOB pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/*.${section}")
     install(FILES ${pages} DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}")
 endforeach()
+
+install(FILES docs/schedulectl-schema.json DESTINATION share/schedulehelper)
 
 # The tool writes its own completions, so they cannot fall behind its commands.
 set(completions "${PROJECT_BINARY_DIR}/completions")

@@ -51,9 +51,13 @@ std::string Bash(const std::vector<CompletedCommand>& commands) {
            "        " +
            named +
            ")\n"
-           "            local IFS=$'\\n' name\n"
+           "            local IFS=$'\\n' name quoted\n"
            "            while read -r name; do\n"
-           "                [[ $name == \"$current\"* ]] && COMPREPLY+=(\"$(printf %q \"$name\")\")\n"
+           "                printf -v quoted %q \"$name\"\n"
+           "                case $current in\n"
+           "                    [\\'\\\"]*) [[ $name == \"${current:1}\"* ]] && COMPREPLY+=(\"$name\") ;;\n"
+           "                    *) [[ $quoted == \"$current\"* ]] && COMPREPLY+=(\"$quoted\") ;;\n"
+           "                esac\n"
            "            done < <(schedulectl names 2>/dev/null) ;;\n"
            "        import) mapfile -t COMPREPLY < <(compgen -f -- \"$current\") ;;\n"
            "        completion) mapfile -t COMPREPLY < <(compgen -W 'bash zsh fish' -- \"$current\") ;;\n"
@@ -84,7 +88,8 @@ std::string Zsh(const std::vector<CompletedCommand>& commands) {
         cases += "        " + command.name + ") _arguments" + common;
         for (const auto& [name, description] : command.options)
             if (name != "help") cases += " " + ZshArgument(name, description);
-        if (command.takesNames) cases += " '*:schedule:_schedulectl_names'";
+        if (command.takesNames)
+            cases += command.name == "delete" ? " '*:schedule:_schedulectl_names'" : " '1:schedule:_schedulectl_names'";
         if (command.name == "import") cases += " '1:file:_files'";
         if (command.name == "completion") cases += " '1:shell:(bash zsh fish)'";
         cases += " ;;\n";
@@ -101,7 +106,9 @@ std::string Zsh(const std::vector<CompletedCommand>& commands) {
            list +
            "    )\n"
            "    if (( CURRENT == 2 )); then\n"
-           "        _describe command commands\n"
+           "        if [[ $PREFIX == -* ]]; then _arguments" +
+           common +
+           "; else _describe command commands; fi\n"
            "        return\n"
            "    fi\n"
            "    local command=${words[2]}\n"
@@ -126,12 +133,14 @@ std::string Fish(const std::vector<CompletedCommand>& commands) {
         for (const auto& [name, description] : command.options) {
             if (name == "help" && !command.name.empty()) continue;
             const bool path = name == "app" || name == "export";
-            const bool value = name == "at" || name == "armed" || name == "weekly" || name == "tz" || name == "color";
-            text += "complete -c schedulectl" + condition + " -l " + name +
-                    (path    ? " -r -F"
-                     : value ? " -x"
-                             : "") +
-                    " -d " + Quote(description) + "\n";
+            const bool value = name == "at" || name == "armed" || name == "tz";
+            const char* argument = path               ? " -r -F"
+                                   : value            ? " -x"
+                                   : name == "weekly" ? " -x -a 'mon-fri sat,sun weekdays weekend'"
+                                   : name == "color"  ? " -x -a 'auto always never'"
+                                                      : "";
+            text +=
+                "complete -c schedulectl" + condition + " -l " + name + argument + " -d " + Quote(description) + "\n";
         }
         if (command.takesNames)
             text += "complete -c schedulectl" + condition + " -a '(schedulectl names 2>/dev/null)'\n";

@@ -93,6 +93,10 @@ void ExamineSleep(const World& world, const UnitState& unit, Findings& findings)
         findings.push_back({Level::good, "sleep", "the machine has not slept since it was switched on", "", ""});
         return;
     }
+    if (world.situation.helperSince && world.situation.sleptAtMost < 2) {
+        findings.push_back({Level::good, "sleep", "the machine has not slept since the helper started", "", ""});
+        return;
+    }
     const bool exact =
         unit.pid > 0 && unit.pid == world.helperPid && unit.startedMonotonic > 0 && world.situation.helperSince;
     if (!exact) {

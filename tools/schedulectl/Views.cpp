@@ -128,7 +128,8 @@ std::vector<Step> StepsOf(const Schedule& schedule, const World& world) {
     const std::string version = application.version.empty() ? "it has none" : "it has " + application.version;
     return {{"armed", armed, true, next},
             {"bundle there", application.there, true, Printable(schedule.appPath)},
-            {"already running", application.running, false, application.running ? "so nothing is started" : ""},
+            {"already running", application.running, false,
+             application.running ? "so nothing is started" : "nothing runs from it"},
             {std::string("version ") + kMainAppVersion, application.fits, true, version}};
 }
 
