@@ -216,6 +216,15 @@ class WithService(Case):
         self.assertIn("Would delete 2 schedules", self.tool("clear", "--dry-run"))
         said = self.terminal(80, "clear", feed=lambda seen: b"n\n" if seen.endswith(b"[y/N] ") else None)
         self.assertEqual((1, True), (self.code, "Nothing was deleted" in said))
+
+        def add_while_asked(seen):
+            if not seen.endswith(b"[y/N] "):
+                return None
+            self.tool("add", "Late", "--at", "12:00", "--daily")
+            return b"y\n"
+        said = self.terminal(80, "clear", feed=add_while_asked)
+        self.assertEqual((5, True), (self.code, "changed while you were asked" in said))
+        self.tool("delete", "Late")
         cleared = self.json("clear", "-y", code=0)
         self.assertEqual([], self.names())
         self.assertEqual(2, self.json("import", cleared["export"], code=0)["count"])

@@ -87,8 +87,9 @@ bool AskToClear(const std::string& what, const std::string& list, bool json) {
         throw Failure{ExitCode::usage, "Nobody can be asked whether to delete " + what,
                       json ? "With --json there is no conversation." : "Standard input is no terminal.",
                       "Say so with -y."};
-    printf("%s\nDelete %s? [y/N] ", list.c_str(), what.c_str());
-    (void)fflush(stdout);
+    FILE* shown = isatty(STDOUT_FILENO) == 1 ? stdout : stderr;  // where the one who answers can read it
+    (void)fprintf(shown, "%s\nDelete %s? [y/N] ", list.c_str(), what.c_str());
+    (void)fflush(shown);
     std::string answer;
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || Lower(answer) == "yes";
@@ -105,9 +106,12 @@ std::string DefaultExportPath(Moment now) {
     (void)chmod(folder.c_str(), 0700);
     const Civil civil = CivilAt(now);
     char name[64];
-    (void)snprintf(name, sizeof name, "/cleared-%04d%02d%02d-%02d%02d%02d.json", civil.year, civil.month, civil.day,
+    (void)snprintf(name, sizeof name, "/cleared-%04d%02d%02d-%02d%02d%02d", civil.year, civil.month, civil.day,
                    civil.hour, civil.minute, civil.second);
-    return folder + name;
+    std::string path = folder + name + ".json";
+    for (int n = 2; std::filesystem::exists(path, ignored); ++n)
+        path = folder + name + '-' + std::to_string(n) + ".json";
+    return path;
 }
 
 std::vector<Schedule> ReadExport(const std::string& file) {

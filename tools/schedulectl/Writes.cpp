@@ -171,7 +171,8 @@ Report ClearReport(const World& world, const Screen& screen, const Options& opti
     std::vector<std::string> warnings;
     for (const Schedule& schedule : goes) {
         report.json["schedules"].push_back(ToJson(schedule));
-        list += "  " + Quoted(schedule) + ", " + Describe(schedule, world.now()) + '\n';
+        list += "  " + Quoted(schedule) + ", " + Describe(schedule, world.now()) +
+                (schedule.appPath != target.app ? ", of " + Printable(schedule.appPath) : "") + '\n';
         if (schedule.appPath != target.app)
             warnings.push_back(Quoted(schedule) + " belongs to " + Printable(schedule.appPath) +
                                ", which begins with the same path: its "
@@ -195,6 +196,10 @@ Report ClearReport(const World& world, const Screen& screen, const Options& opti
                     return j;
                 }(),
                 ExitCode::no};
+    // Whatever came while somebody thought about it is in no list and in no export.
+    if (!options.yes && Observe().schedules != world.schedules)
+        throw Failure{ExitCode::refused, "Nothing was deleted", "The schedules changed while you were asked.",
+                      "schedulectl clear, to see them as they are now."};
     const std::string file = options.exportFile.empty() ? DefaultExportPath(world.now()) : options.exportFile;
     WriteExport(ExportDocument(goes), file);
     const World after = SendAndLook(
