@@ -14,12 +14,13 @@ set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PrepareDebian.cmake")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# CPack itself indents what follows the first line and puts the dot on an empty one.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
     "keeps the named schedules of Orvin and starts it when one falls due
- A small background helper for one user's session. The application Orvin hands
- it named schedules (once, daily, weekly) over a local service; the helper keeps
- them durably and starts the application when one falls due.
- .
- The package also holds schedulectl, which shows and manages schedules at a
- terminal, and the client library with its headers.")
+A small background helper for one user's session. The application Orvin hands
+it named schedules (once, daily, weekly) over a local service; the helper keeps
+them durably and starts the application when one falls due.
+
+The package also holds schedulectl, which shows and manages schedules at a
+terminal, and the client library with its headers.")
 include(CPack)
