@@ -3,6 +3,8 @@
 #include <platform_ending.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <new>
 
 #include "defaults_place.h"
 #include "instance_lock.h"
@@ -25,15 +27,25 @@ bool becomeTheInstance() {
            instance_lock::take(directory, kWaitForAnotherMilliseconds, lock) != instance_lock::Result::heldByAnother;
 }
 
+// A start that fails, for want of memory, leaves nothing that could do its work: the process ends, and whoever watches
+// over it may start it again.
+void launch() {
+    try {
+        applicationDelegate = NSApplicationCreateDelegate().release();
+        applicationDelegate.load()->applicationDidFinishLaunching();
+    } catch (const std::bad_alloc&) {
+        platform_exit(EXIT_FAILURE);
+    }
+}
+
 }  // namespace
 
 int NSApplicationMain(int, char**) {
     if (!becomeTheInstance()) return 0;
     runtime::start();
-    applicationDelegate = NSApplicationCreateDelegate().release();
     {
         const runtime::RunningScope running;
-        runtime::runGuarded([] { applicationDelegate.load()->applicationDidFinishLaunching(); });
+        launch();
     }
     runtime::serveMainQueue();
 }

@@ -78,6 +78,8 @@ StoreResult NSUserDefaultsBody::followFile() {
     if (state == FileState::safe && identity == there) return StoreResult::ok;
 
     store.close();
+    // What cannot be told, or is refused, may be the same file when it is looked at again.
+    if (state != FileState::safe && state != FileState::missing) return StoreResult::unavailable;
     if (identity) {
         values.forgetStore();
         identity.reset();
@@ -86,12 +88,12 @@ StoreResult NSUserDefaultsBody::followFile() {
         if (!defaults_place::makeDirectory(defaults_place::directoryOf(path))) return StoreResult::unavailable;
         if (!defaults_place::createFile(path)) return StoreResult::unavailable;
         state = defaults_place::examine(path, there);
+        if (state != FileState::safe) return StoreResult::unavailable;
         identity = there;
-    } else if (state == FileState::safe) {
-        loaded = false;
-        return load();
+        return StoreResult::ok;
     }
-    return state == FileState::safe ? StoreResult::ok : StoreResult::unavailable;
+    loaded = false;
+    return load();
 }
 
 StoreResult NSUserDefaultsBody::writeOnce() {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "info_plist_guard.h"
@@ -57,9 +58,18 @@ std::optional<std::string> readRegularFile(int fd) {
     return content;
 }
 
+// The library does not look whether it was given the memory that it asked for. So a little more than the largest tree
+// of such a text has to be there the moment before.
+void needMemoryForTree(size_t textSize) {
+    constexpr size_t kBytesPerByte = 64;
+    constexpr size_t kBytesAtLeast = 65536;
+    ::operator delete(::operator new(textSize* kBytesPerByte + kBytesAtLeast));
+}
+
 PlistOwner parseTree(std::string_view content) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";  // some editors begin a text with it
     if (content.starts_with(kByteOrderMark)) content.remove_prefix(kByteOrderMark.size());
+    needMemoryForTree(content.size());
     plist_t root = nullptr;
     const auto length = static_cast<uint32_t>(content.size());
     if (info_plist_guard::isBinary(content)) {
@@ -83,17 +93,18 @@ InfoPlist InfoPlist::parse(const std::string& content) {
     plist_dict_iter iterator = nullptr;
     plist_dict_new_iter(root.get(), &iterator);
     const std::unique_ptr<void, FreeDeleter> iteratorOwner(iterator);
-    for (;;) {
+    while (iterator != nullptr) {
         char* key = nullptr;
         plist_t value = nullptr;
         plist_dict_next_item(root.get(), iterator, &key, &value);
         const std::unique_ptr<char, FreeDeleter> keyOwner(key);
-        if (key == nullptr || value == nullptr) return result;
+        if (key == nullptr || value == nullptr) break;
         if (plist_get_node_type(value) != PLIST_STRING) continue;
         uint64_t length = 0;
         const char* text = plist_get_string_ptr(value, &length);
         if (text != nullptr) result.texts_.emplace_back(key, text);
     }
+    return result;
 }
 
 InfoPlist InfoPlist::ofBundle(const std::string& bundlePath) {

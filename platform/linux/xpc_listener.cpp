@@ -100,7 +100,11 @@ void Listener::ready(uint32_t /*events*/) noexcept {
 }
 
 Listener::Accepted Listener::acceptOne() noexcept {
-    if (!hasFreeDescriptors(spareDescriptors + 1)) return Accepted::NoRoom;
+    if (!hasFreeDescriptors(spareDescriptors + 1)) {
+        waitingForRoom_ = true;  // whoever closes one from here on says so; what was closed just before is seen now
+        if (!hasFreeDescriptors(spareDescriptors + 1)) return Accepted::NoRoom;
+        waitingForRoom_ = false;
+    }
     UniqueFd socket(accept4(offer_.socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket) {
         welcome(std::move(socket));
