@@ -1,6 +1,7 @@
 // The barest programs that do the outer work of the helper: what cannot be done with less.
 //
-//     bench_bare start STORE SOCKET   opens the store, reads every row, looks for each path, then answers on SOCKET
+//     bench_bare start STORE FOLDER   opens the store, reads every row, looks for each path, then answers on the socket
+//                                     "bare" in FOLDER
 //     bench_bare                      as a main application: writes the nanosecond in which its main began, and its
 //                                     pid, to the pipe that BENCH_HELLO names
 #include <sqlite3.h>
@@ -50,7 +51,7 @@ size_t ReadRows(sqlite3* database, const char* query) {
     return bytes;
 }
 
-int Start(const char* store, const char* socketPath) {
+int Start(const char* store, const char* folder) {
     sqlite3* database = nullptr;
     size_t bytes = 0;
     if (access(store, F_OK) == 0 && sqlite3_open_v2(store, &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
@@ -59,7 +60,8 @@ int Start(const char* store, const char* socketPath) {
     }
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socketPath);
+    std::strcpy(address.sun_path, "bare");  // a whole path may be too long for it
+    if (chdir(folder) != 0) return 1;
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
     if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(listener, 8) != 0) {
         return 1;
