@@ -1,0 +1,713 @@
+#!/usr/bin/env python3
+"""Torments the helper as it was built and prints goal, figure and verdict of each mode.
+
+    torture.py BUILD_FOLDER [--quick] [MODE...]
+
+Of the helper nothing is changed: requests come over its socket, faults from the shim that is loaded before its
+libraries, deaths from the kernel. Returns 1 when a goal was missed. With --quick the counts are small, and of the times
+only the bound on an ending is asserted; the others need a machine of their own.
+"""
+import argparse
+import errno
+import os
+import random
+import resource
+import selectors
+import shutil
+import signal
+import socket
+import statistics
+import sys
+import threading
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from world import (ALLOCATION, BOUND, DESCRIPTOR, DIE, DIE_HALFWAY, FAIL, FAR, FAULT, HALF, LOCK, QUESTION, RAISE,
+                   REQUEST, SERVICE, SHUTDOWN, STORE, TEST, Home, Link, Trouble, World, add, delete, delete_all, expected,
+                   frame, need)
+
+MODES = {}
+
+
+def mode(goal):
+    def register(function):
+        MODES[function.__name__] = (goal, function)
+        return function
+    return register
+
+
+class Run:
+    """What a mode may do: how often, whether times count, and a source of chance that can be repeated."""
+
+    def __init__(self, world, quick, seed):
+        self.world, self.quick, self.random = world, quick, random.Random(seed)
+
+    def times(self, whole, quick):
+        return quick if self.quick else whole
+
+    def bound(self, what, measured, limit):
+        need(self.quick or measured <= limit, f"{what} {measured:.3f}, more than {limit}")
+
+    def home(self):
+        return Home(self.world)
+
+
+# ---- Killed at random moments
+
+class Writer(threading.Thread):
+    """One client: sends changes of its own application's schedules until its connection breaks."""
+
+    def __init__(self, home, path, chance):
+        super().__init__()
+        self.link, self.path, self.chance = Link(home), path, chance
+        self.sent, self.acknowledged = [], 0
+
+    def change(self):
+        name = f"s{self.chance.randrange(12)}"
+        draw = self.chance.random()
+        if draw < 0.02:
+            return delete_all(self.path)
+        if draw < 0.3:
+            return delete(self.path, name)
+        return add(self.path, name, FAR + self.chance.randrange(10**8), self.chance.random() < 0.3,
+                   self.chance.randrange(128))
+
+    def run(self):
+        try:
+            while True:
+                for _ in range(self.chance.randrange(1, 5)):
+                    self.sent.append(self.change())
+                    self.link.send(self.sent[-1])
+                self.link.ask()
+                self.acknowledged = len(self.sent)
+        except OSError:
+            self.link.close()
+
+    def explain(self, before, found):
+        """`found` has to be what some number of the changes make of `before`, the acknowledged ones at least."""
+        state, ways = before, []
+        for done in range(len(self.sent) + 1):
+            if done >= self.acknowledged:
+                ways.append(state)
+                if state == found:
+                    return
+            if done < len(self.sent):
+                state = expected(state, self.sent[done])
+        missing = sorted(set(ways[0]) - set(found)), sorted(set(found) - set(ways[0]))
+        raise Trouble(f"none of {len(ways)} ways leads to the store; lost, back:", *missing)
+
+
+def own(state, path):
+    return {key: value for key, value in state.items() if key[0] == path}
+
+
+@mode("3,000 kills, 30,000 acknowledged changes: none lost, none back; 250 ms to a reply with 1,000 schedules")
+def crash(run):
+    acknowledged, cycles = 0, run.times(3000, 40)
+    with run.home() as home:
+        paths = [home.app(f"App{i}") for i in range(4)]
+        home.start().close()
+        state = {}
+        for _ in range(cycles):
+            writers = [Writer(home, path, random.Random(run.random.random())) for path in paths]
+            for writer in writers:
+                writer.start()
+            time.sleep(run.random.random() * 0.08)
+            home.end(signal.SIGKILL)
+            for writer in writers:
+                writer.join()
+            home.start().close()
+            found = home.stored()
+            for writer in writers:
+                writer.explain(own(state, writer.path), own(found, writer.path))
+                acknowledged += writer.acknowledged
+            need(set(found) <= {key for key in found if key[0] in paths}, "schedules of nobody:", found)
+            state = found
+        slowest = restarts(run, home, paths[0])
+    need(run.quick or acknowledged >= 30000, "only", acknowledged, "acknowledged")
+    return f"{cycles} kills, {acknowledged} acknowledged, 0 lost, 0 back; restart at most {slowest * 1000:.0f} ms"
+
+
+def restarts(run, home, path):
+    link = home.find()
+    for i in range(1000):
+        link.send(add(path, f"many{i}", FAR + i))
+    link.ask()
+    link.close()
+    measured = []
+    for _ in range(run.times(20, 3)):
+        home.end(signal.SIGKILL)
+        home.start().close()
+        measured.append(home.until_reply)
+    need(len(home.stored()) >= 1000, "schedules are missing")
+    run.bound("restart", max(measured), 0.25)
+    return max(measured)
+
+
+# ---- Dead at the k-th call
+
+def changes(home):
+    """The operations that the following modes disturb, each with the state that it starts from."""
+    path, gone = home.app(), str(home.path / "Gone/Orvin.app")
+    many = [add(path, f"s{i}", FAR + i, daily=i == 1, mask=i) for i in range(3)]
+    return {"add": (many, add(path, "new", FAR, mask=5)),
+            "first": ([], add(path, "new", FAR)),
+            "replace": (many, add(path, "s1", FAR + 99)),
+            "delete": (many, delete(path, "s1")),
+            "delete all": (many, delete_all(path)),
+            "load": (many + [add(gone, "gone", FAR)], None)}
+
+
+def prepare(home, first):
+    """A helper's work in a clean store; the state that it leaves."""
+    home.forget()
+    state = {}
+    link = home.start()
+    for request in first:
+        link.send(request)
+        state = expected(state, request)
+    link.ask()
+    link.close()
+    home.orderly()
+    need(home.stored() == state, "the preparation left", home.stored())
+    shutil.rmtree(home.path / "prepared", ignore_errors=True)
+    shutil.copytree(home.store.parent, home.path / "prepared")
+    return state
+
+
+def restore(home):
+    home.forget()
+    shutil.copytree(home.path / "prepared", home.store.parent)
+
+
+@mode("dead at every k-th file call of an operation, before it and halfway through it: old or new, nothing else")
+def whitebox(run):
+    trials, deaths = 0, []
+    with run.home() as home:
+        for name, (first, request) in changes(home).items():
+            before = prepare(home, first)
+            gone = {key for key in before if "Gone" in key[0]}
+            after = expected(before, request) if request else {k: v for k, v in before.items() if k not in gone}
+            for deed in (DIE, DIE_HALFWAY):
+                k = run.random.randrange(1, 4) if run.quick else 1
+                while die_at(home, k, deed, request):
+                    home.start().close()
+                    allowed = [after] if request is None else [before, after]
+                    found = home.stored({key[0] for key in gone})
+                    need(found in allowed, name, "died at", k, "left", found)
+                    home.orderly()
+                    trials += 1
+                    k += run.times(1, 4)
+                deaths.append(k)
+    return f"{trials} deaths in {len(deaths)} sweeps of up to {max(deaths) - 1} calls, 0 violations"
+
+
+def die_at(home, k, deed, request):
+    """True when the helper died at its k-th call, false when the operation has fewer."""
+    restore(home)
+    if request is None:
+        home.plan(STORE, k, deed=deed)
+        try:
+            home.start(shim=True).close()
+        except Trouble:
+            need(home.awaited() == 77, "died with", home.helper.returncode, home.complaint())
+            return True
+    else:
+        link = home.start(shim=True)
+        home.plan(STORE, k, deed=deed)
+        try:
+            link.send(request)
+            link.ask()
+        except OSError:
+            need(home.awaited() == 77, "died with", home.helper.returncode, home.complaint())
+            return True
+        finally:
+            link.close()
+    home.plan.clear()
+    home.orderly()
+    return False
+
+
+# ---- No memory
+
+def answered(home, link, *requests):
+    """Sends and waits for the answer to a test, until the helper rests without one or leaves it unread for long."""
+    until = time.monotonic() + 0.5
+    try:
+        for request in requests:
+            link.send(request)
+        number = link.request(TEST)
+        link.socket.settimeout(0.002)
+        while True:
+            try:
+                link.hear(number)
+                return True
+            except TimeoutError:
+                if home.idle(link) or time.monotonic() > until:
+                    return False
+    except OSError:
+        return False
+
+
+def sweep(home, kind, disturb, check, step=1, limit=100000, **plan):
+    """Runs `disturb` with the 1st, 2nd ... call of `kind` failing until it has fewer; how many there were."""
+    k = 1
+    while k < limit:
+        home.plan(kind, k, **plan)
+        disturb()
+        hits = home.plan.clear()
+        home.survived(f"call {k}")
+        check(k)
+        if hits == 0:
+            break
+        k += step
+    return k
+
+
+@mode("k-th allocation fails, once and from k on: no crash, no leak, old or new, the next operation works")
+def memory(run):
+    total, step = 0, run.times(1, 5)
+    with run.home() as home:
+        for name, (first, request) in changes(home).items():
+            if request is None:
+                continue
+            before = prepare(home, first)
+            after = expected(before, request)
+            for sticky in (False, True):
+                restore(home)
+                total += starve(home, first, request, before, after, sticky, step, name)
+        total += starve_load(home, run)
+        total += starve_accept(home, step)
+    return f"{total} failures in add, replace, delete, delete all, load, decode, reply, accept; no leak at the end"
+
+
+def starve(home, first, request, before, after, sticky, step, name):
+    state = {"link": home.start(shim=True)}
+
+    def disturb():
+        answered(home, state["link"], request)
+        home.settle(state["link"])
+
+    def check(k):
+        calm = home.find()
+        calm.send(delete(home.app(), "nothing of this name"))  # flushes what is pending
+        empty = calm.ask(QUESTION)
+        found = home.stored()
+        need(found in (before, after), f"{name} {'from' if sticky else 'at'} {k}: stored", found)
+        need(empty == (not found), f"{name} at {k}: memory and store disagree")
+        calm.send(delete_all(home.app()))
+        for each in first:
+            calm.send(each)
+        calm.ask()
+        need(home.stored() == before, f"{name} at {k}: the next operations left", home.stored())
+        state["link"].close()
+        state["link"] = calm
+
+    reached = sweep(home, ALLOCATION, disturb, check, step, sticky=sticky)
+    home.orderly()
+    return reached
+
+
+def starve_load(home, run):
+    """A start without memory serves, or idles without a service, or ends with 1; nothing is lost whatever it comes to,
+    nor by what is added afterwards."""
+    path, trials, k, hits = home.app(), 0, 1, 1
+    before = prepare(home, [add(path, f"s{i}", FAR + i) for i in range(3)])
+    while hits:
+        restore(home)
+        home.plan(ALLOCATION, k, from_load=True)
+        home.start(shim=True, ready=False)
+        state = before
+        try:
+            link = home.find(patience=1)
+            hits = home.plan.clear()
+            link.send(add(path, "later", FAR))
+            link.ask()
+            link.close()
+            state = expected(before, add(path, "later", FAR))
+        except Trouble:
+            hits = home.plan.clear()
+            need(hits or run.quick, "no service, with all the memory")
+        if home.alive():
+            home.orderly()
+        need(home.awaited() in (0, 1), "a start without memory gave", home.awaited(), home.complaint())
+        home.start().close()
+        need(home.stored() == state, f"load at {k}: stored", home.stored())
+        home.orderly()
+        trials, k = trials + 1, k + run.times(1, 40)
+    return trials
+
+
+def starve_accept(home, step):
+    home.forget()
+    home.start(shim=True).close()
+
+    def disturb():
+        link = Link(home)
+        answered(home, link)
+        home.settle(link)
+        link.close()
+
+    reached = sum(sweep(home, ALLOCATION, disturb, lambda k: home.find().close(), step, 500, sticky=sticky)
+                  for sticky in (False, True))
+    home.orderly()
+    return reached
+
+
+# ---- A failing disk
+
+TROUBLES = [(STORE, errno.ENOSPC, FAIL), (STORE, errno.EIO, FAIL), (STORE, errno.EACCES, FAIL),
+            (STORE, errno.EROFS, FAIL), (STORE, 0, HALF), (LOCK, errno.EAGAIN, FAIL)]
+
+
+@mode("ENOSPC, EIO, EACCES, EROFS, short write, busy at the k-th store call: lives; stored once repaired")
+def disk(run):
+    trials = 0
+    with run.home() as home:
+        for name, (first, request) in changes(home).items():
+            if request is None:
+                continue
+            before = prepare(home, first)
+            for kind, number, deed in TROUBLES[:: run.times(1, 2)]:
+                for sticky in (False, True):
+                    restore(home)
+                    trials += spoil(home, name, first, request, before, run.times(1, 3),
+                                    kind=kind, number=number, deed=deed, sticky=sticky)
+    return f"{trials} failures, 0 exits, everything pending stored by the next flush"
+
+
+def spoil(home, name, first, request, before, step, kind, **plan):
+    link, after = home.start(shim=True), expected(before, request)
+
+    def disturb():
+        link.send(request)
+        need(link.ask(), "no answer")
+
+    def check(k):
+        link.send(delete(home.app(), "nothing of this name"))
+        link.ask()
+        need(home.stored() == after, f"{name}, {plan} at {k}: stored", home.stored())
+        link.send(delete_all(home.app()))
+        for each in first:
+            link.send(each)
+        link.ask()
+        need(home.stored() == before, f"{name}, {plan} at {k}: then stored", home.stored())
+
+    reached = sweep(home, kind, disturb, check, step, **plan)
+    link.close()
+    home.orderly()
+    return reached
+
+
+# ---- Asked to end
+
+def loaded_helper(home, busy):
+    """A helper under load from `busy` writers."""
+    home.start().close()
+    writers = [Writer(home, home.app(f"App{i}"), random.Random(i)) for i in range(busy)]
+    for writer in writers:
+        writer.start()
+    return writers
+
+
+@mode("SIGTERM, SIGINT, 1 to 50 at once, shutdown requests from 4 clients, both, under load: status 0, 2.5 s at worst")
+def ending(run):
+    def shut(link):
+        try:
+            link.send({SHUTDOWN: True})
+        except OSError:
+            pass  # another was quicker
+
+    taken = []
+    with run.home() as home:
+        for trial in range(run.times(2000, 40)):
+            writers = loaded_helper(home, 4)
+            links = [Link(home) for _ in range(4)]
+            time.sleep(run.random.random() * 0.02)
+            started = time.monotonic()
+            if trial % 3 != 1:
+                for _ in range(run.random.randrange(1, 51)):
+                    os.kill(home.helper.pid, run.random.choice((signal.SIGTERM, signal.SIGINT)))
+            if trial % 3 != 0:
+                for link in links:
+                    shut(link)
+            status = home.awaited(BOUND + 5)
+            taken.append(time.monotonic() - started)
+            need(status == 0, f"trial {trial}: status", status)
+            need(taken[-1] <= BOUND, f"trial {trial}: {taken[-1]:.2f} s")
+            for writer in writers:
+                writer.join()
+            for link in links:
+                link.close()
+    usual = sorted(taken)[int(len(taken) * 0.99) - 1]
+    run.bound("99 % end within", usual, 0.1)
+    return f"{len(taken)} trials, all status 0; 99 % within {usual * 1000:.0f} ms, worst {max(taken) * 1000:.0f} ms"
+
+
+# ---- Faults
+
+def side_by_side(count, work):
+    with ThreadPoolExecutor(8) as pool:
+        return list(pool.map(work, range(count)))
+
+
+@mode("SIGSEGV, SIGBUS, SIGFPE sent or raised, a lock held: 154 within 2.5 s; SIGQUIT absorbed; SIGILL; no spinning")
+def faults(run):
+    kinds = (signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE)
+
+    def ends(home, wanted, what):
+        started = time.monotonic()
+        status = home.awaited(BOUND + 5)
+        need(status == wanted and time.monotonic() - started <= BOUND, what, "gave", status, "after",
+             round(time.monotonic() - started, 2))
+        return time.monotonic() - started
+
+    def raise_in(home, link, number, kind):
+        home.plan(kind, 3, deed=RAISE, number=number)
+        link.send(add(home.app(), "fault", FAR))
+
+    def trial(index):
+        number, raised, after_quit = kinds[index % 3], index // 3 % 2, index % 7 == 0
+        with run.home() as home:
+            link = home.start(shim=True)
+            if after_quit:
+                home.helper.send_signal(signal.SIGQUIT)
+                home.settle()
+                need(link.ask(), "SIGQUIT is not absorbed")
+            if raised:  # in a store call the scheduler's lock is held
+                raise_in(home, link, number, STORE if index % 4 < 2 else ALLOCATION)
+                return ends(home, -number if after_quit else FAULT, f"raised {number.name}")
+            home.helper.send_signal(number)
+            if after_quit:
+                home.settle()
+                need(link.ask(), number.name, "after SIGQUIT is not absorbed")
+                home.orderly()
+                return 0
+            return ends(home, FAULT, f"sent {number.name}")
+
+    def illegal(_):
+        with run.home() as home:
+            link = home.start(shim=True)
+            home.helper.send_signal(signal.SIGILL)
+            home.settle()
+            need(link.ask(), "a sent SIGILL is not absorbed")
+            raise_in(home, link, signal.SIGILL, STORE)
+            ends(home, -signal.SIGILL, "raised SIGILL")
+
+    taken = side_by_side(run.times(500, 14), trial)
+    side_by_side(run.times(20, 2), illegal)
+    with run.home() as home:
+        link, quits = home.start(), run.times(1000, 100)
+        for _ in range(quits):
+            home.helper.send_signal(signal.SIGQUIT)
+            need(link.ask(), "SIGQUIT is not absorbed")
+        home.orderly()
+    return f"{len(taken)} trials, worst {max(taken):.2f} s; {quits} SIGQUIT absorbed; SIGILL as it should"
+
+
+# ---- Descriptors
+
+def due(home, name, path, seconds=2):
+    return add(path, name, int(time.time()) + seconds)
+
+
+def await_greeting(home, count, patience=15):
+    until = time.monotonic() + patience
+    while home.greetings() < count:
+        need(time.monotonic() < until, "launched", home.greetings(), "of", count)
+        time.sleep(0.01)
+
+
+@mode("32 descriptors and 2,000 connection attempts: lives, launches, idles, serves again in 200 ms, gives all back")
+def descriptors(run):
+    with run.home() as home:
+        path = home.app("Due")
+        link = home.start(before=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (32, 32)))
+        link.send(add(path, "opens the store", FAR))
+        link.ask()
+        home.settle(link)
+        at_start = home.descriptors()
+        crowd, refused = [], 0
+        link.send(due(home, "due", path, 3))
+        for _ in range(run.times(2000, 300)):
+            one = socket.socket(socket.AF_UNIX)
+            one.setblocking(False)
+            folder = os.open(home.run / "mach-services", os.O_PATH)
+            try:
+                one.connect(f"/proc/self/fd/{folder}/{SERVICE}")
+                crowd.append(one)
+            except OSError:
+                refused += 1
+                one.close()
+            os.close(folder)
+        need(link.ask(), "an old connection is not served")
+        before, started = home.processor_time(), time.monotonic()
+        await_greeting(home, 1)
+        load = (home.processor_time() - before) / (time.monotonic() - started)
+        run.bound("share of a core", load, 0.05)
+        while home.children():  # a child's descriptor is the last but 16 here
+            time.sleep(0.01)
+        for one in crowd:
+            one.close()
+        started = time.monotonic()
+        home.find().close()
+        again = time.monotonic() - started
+        run.bound("served again after", again, 0.2)
+        until = time.monotonic() + 5
+        while home.descriptors() > at_start and time.monotonic() < until:
+            time.sleep(0.01)
+        need(home.descriptors() <= at_start, home.descriptors(), "descriptors, at the start", at_start)
+        home.orderly()
+        failures = spare(home, run)
+    return (f"{len(crowd)} connected, {refused} refused, {load * 100:.1f} % of a core, again in {again * 1000:.0f} ms, "
+            f"descriptors +-0; {failures} single failures")
+
+
+def spare(home, run):
+    """The k-th call that makes a descriptor fails, in accepting, storing and answering."""
+    home.forget()
+    home.start(shim=True).close()
+
+    def disturb():
+        link = Link(home)
+        answered(home, link, add(home.app(), "s", FAR), delete(home.app(), "s"))
+        link.close()
+        home.settle()
+
+    return sum(sweep(home, DESCRIPTOR, disturb, lambda k: home.find().close(), 1, 60, sticky=sticky, number=number)
+               for sticky in (False, True) for number in (errno.EMFILE, errno.ENFILE))
+
+
+# ---- A client that never reads
+
+@mode("1,000,000 requests by one that never reads, 64 others beside it: +16 MiB, p99 50 ms, only the offender is cut")
+def flood(run):
+    wanted, sent, cuts, times = run.times(1_000_000, 30_000), 0, 0, []
+    burst = frame({TEST: True}, REQUEST, 1) * 500
+    with run.home() as home:
+        first = home.start()
+        links = [Link(home) for _ in range(64)]
+        for link in links:
+            link.ask()
+        before, most, over = home.fact("VmRSS"), 0, threading.Event()
+
+        def behave():
+            while not over.is_set():
+                for link in links:
+                    started = time.monotonic()
+                    link.ask()
+                    times.append(time.monotonic() - started)
+
+        def offend():
+            nonlocal sent, cuts, most
+            while sent < wanted:
+                offender = Link(home)
+                try:
+                    while sent < wanted:
+                        offender.socket.sendall(burst)
+                        sent += 500
+                        most = max(most, home.fact("VmRSS"))
+                except OSError:
+                    cuts += 1
+                offender.close()
+
+        good = ThreadPoolExecutor(1)
+        task = good.submit(behave)
+        offend()
+        over.set()
+        task.result()
+        need(first.ask(), "another was cut")
+        need(cuts > 0, "nobody was cut")
+        grown, p99 = (most - before) / 1024, statistics.quantiles(times, n=100)[98]
+        need(grown <= 16, f"memory grew by {grown:.1f} MiB")
+        run.bound("p99", p99, 0.05)
+        home.orderly()
+    return f"{sent} requests, {cuts} cuts, memory +{grown:.1f} MiB, {len(times)} others' answers, p99 {p99 * 1000:.1f} ms"
+
+
+# ---- Damaged frames
+
+@mode("200,000 damaged frames over a live socket: lives, the well-behaved are served")
+def frames(run):
+    def damage(data):
+        data = bytearray(data)
+        for _ in range(run.random.randrange(1, 4)):
+            place = run.random.randrange(len(data))
+            match run.random.randrange(4):
+                case 0: data[place] = run.random.randrange(256)
+                case 1: data[place:] = b""
+                case 2: data[place:place] = data[run.random.randrange(len(data)):][:64]
+                case 3: data[place] ^= 1 << run.random.randrange(8)
+            data = data or bytearray(1)
+        return bytes(data)
+
+    with run.home() as home:
+        good, path, count = home.start(), home.app(), 0
+        seeds = [frame(add(path, "s", FAR, mask=9)), frame(delete(path, "s")), frame(delete_all(path)),
+                 frame({TEST: True}, REQUEST, 1), frame({QUESTION: True}, REQUEST, 2)]
+        while count < run.times(200_000, 2000):
+            bad = Link(home)
+            try:
+                for _ in range(run.random.randrange(1, 20)):
+                    bad.socket.sendall(damage(run.random.choice(seeds)))
+                    count += 1
+            except OSError:
+                pass  # cut off, as it should be
+            bad.close()
+            if count % 16 == 0:
+                need(good.ask(), "the well-behaved are not served")
+        good.send(delete_all(path))
+        need(good.ask() and home.alive(), "the helper is gone")
+        home.orderly()
+    return f"{count} frames, none harmed it"
+
+
+# ---- Launches
+
+@mode("1,000 launches, in pairs: one process each bundle and second, no zombie, nothing inherited, lock free")
+def launches(run):
+    """Each round two schedules of one application and one of another fall due together."""
+    rounds = run.times(340, 2)
+    with run.home() as home:
+        one, other = home.app("One"), home.app("Other")
+        link = home.start()
+        for i in range(rounds):
+            for name, path in (("a", one), ("b", one), ("c", other)):
+                link.send(due(home, name, path, 1))
+            link.ask()
+            await_greeting(home, 2 * (i + 1))
+            time.sleep(1.5)  # until both have ended, and whatever else would have come has come
+            need(home.greetings() == 2 * (i + 1), "round", i, "launched", home.greetings())
+        link.ask()
+        need(not home.children(), "children left:", home.children())
+        home.orderly()
+    return f"{rounds * 2} processes of {rounds * 3} firings, no child left"
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build", type=Path)
+    parser.add_argument("modes", nargs="*", help="all when none is given: " + ", ".join(MODES))
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--seed", type=int, default=5)
+    arguments = parser.parse_intermixed_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # and every helper ends with us
+    world, missed = World(arguments.build.resolve()), 0
+    try:
+        for name in arguments.modes or MODES:
+            goal, function = MODES[name]
+            started = time.monotonic()
+            try:
+                figure, verdict = function(Run(world, arguments.quick, arguments.seed)), "met"
+            except (Trouble, OSError) as trouble:
+                figure, verdict = " ".join(str(word) for word in trouble.args), "MISSED"
+                missed += 1
+            print(f"{name} | {goal} | {figure} | {verdict} | {time.monotonic() - started:.0f} s", flush=True)
+    finally:
+        world.close()
+    return 1 if missed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
