@@ -138,7 +138,7 @@ TEST_F(EndToEnd, ADueScheduleStartsTheApplicationOnce) {
     // Another copy runs, so that the service is offered; the schedule's own bundle does not.
     const Process other({Program(Install(ORVIN_BUNDLE, "Copy/Orvin.app")), "wait", "600"});
     Start(client);
-    const long due = time(nullptr) + 2;
+    const long due = static_cast<long>(time(nullptr)) + 2;
     client.Tell(NewSchedule("soon", due + 10));
     const auto greetings = [&hello] {
         std::ifstream file(hello);

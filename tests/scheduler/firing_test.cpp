@@ -90,7 +90,7 @@ TEST_F(SchedulerTest, StopFiringsWaitsForThoseUnderWay) {
 
 TEST_F(SchedulerTest, ManyOneOffsAtOneInstant) {
     constexpr size_t kMany = 10000;
-    const LDateTime due(std::time(nullptr) + 1000);
+    const LDateTime due(static_cast<long>(std::time(nullptr)) + 1000);
     NSMutableArray index;
     for (size_t i = 0; i < kMany; ++i) {
         const std::string name = std::to_string(i);

@@ -57,8 +57,8 @@ class SchedulerTest : public testing::Test {
     void Daily(const std::string& name) { Add(app, name, 30000, true, false, 0); }
     void Add(const std::string& path, const std::string& name, long inSeconds, bool daily, bool weekly,
              unsigned char mask) {
-        scheduler.Add(kId, path.c_str(), name.c_str(), LDateTime(std::time(nullptr) + inSeconds), daily, weekly,
-                      LWeekDay(mask));
+        scheduler.Add(kId, path.c_str(), name.c_str(), LDateTime(static_cast<long>(std::time(nullptr)) + inSeconds),
+                      daily, weekly, LWeekDay(mask));
     }
     std::string Key(const std::string& name) const { return LScheduleKey(kId, app, name); }
 

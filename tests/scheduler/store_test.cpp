@@ -20,7 +20,7 @@ TEST_F(SchedulerTest, ARecordHoldsWhatWasGivenAndOutlivesTheProcess) {
     const LScheduleRecord expected{kId, app, "Work", LDateTime(LONG_MAX), true, true, LWeekDay(127)};
     EXPECT_EQ(LReadScheduleRecord(Store(), Key("Work")), expected);
     scheduler.LoadFromSettings();
-    EXPECT_EQ(Timers(), "Work0");  // no calendar form
+    EXPECT_EQ(Timers(), sizeof(long) < 8 ? "Work1" : "Work0");  // the last moment of 64 bits has no calendar form
 }
 
 TEST_F(SchedulerTest, OrdersOfListAndIndex) {
