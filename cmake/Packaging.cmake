@@ -14,10 +14,10 @@ set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PrepareDebian.cmake")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# CPack itself indents what follows the first line and puts the dot on an empty one.
+# CPack puts the summary before the description, indents the lines, and puts the dot on an empty one.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "keeps the named schedules of Orvin and starts it when one falls due")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "keeps the named schedules of Orvin and starts it when one falls due
-A small background helper for one user's session. The application Orvin hands
+    "A small background helper for one user's session. The application Orvin hands
 it named schedules (once, daily, weekly) over a local service; the helper keeps
 them durably and starts the application when one falls due.
 

@@ -137,11 +137,12 @@ std::string RootHelp(const CLI::App& app) {
         text += "  " + Pad(row.name, 12) + row.summary + '\n';
     }
     text += "\nOptions\n" + OptionLines(app);
-    text +=
-        "\nExit codes: 0 done or yes, 1 no, 2 usage, 3 helper down or without service, 4 not found,\n"
-        "5 refused before sending, 6 sent but not confirmed, 7 store unreadable, 8 not allowed to connect.\n"
-        "\"schedulectl COMMAND --help\" shows examples for each command.\n";
-    return text;
+    return text + '\n' +
+           Screen(80, false, false)
+               .Paragraph(
+                   "Exit codes: 0 done or yes, 1 no, 2 usage, 3 helper down or without service, 4 not found, 5 refused "
+                   "before sending, 6 sent but not confirmed, 7 store unreadable, 8 not allowed to connect.") +
+           "\"schedulectl COMMAND --help\" shows examples for each command.\n";
 }
 
 struct Grammar {

@@ -102,11 +102,15 @@ Table StartTable(const std::string& first) {
     return Table({{first}, {"IN", true}, {"NAME", false, 8}, {"ASKED FOR"}});
 }
 
+/// "1 h later than asked for".
+std::string Displaced(Moment moved) {
+    return FormatSpan(moved < 0 ? -moved : moved) + (moved < 0 ? " earlier" : " later") + " than asked for";
+}
+
 std::vector<std::string> MovedNote(const Start& start) {
     const Moment moved = start.moved();
     if (moved == 0) return {};
-    return {"clocks change: " + FormatSpan(moved < 0 ? -moved : moved) + (moved < 0 ? " earlier" : " later") +
-            " than asked for, until the helper starts again"};
+    return {"clocks change: " + Displaced(moved) + ", until the helper starts again"};
 }
 
 struct Step {
@@ -200,8 +204,10 @@ Report ShowReport(const World& world, const Screen& screen, const Options& optio
     for (const std::string& warning : outlook.warnings) text += screen.Paragraph(warning, 2, Style::warning);
     if (coming.size() > 1) text += '\n';
     for (size_t i = 0; coming.size() > 1 && i < coming.size(); ++i) {
-        text += Field(screen, i == 0 ? "coming" : "", FormatMoment(coming[i].likely, now));
-        for (const std::string& note : MovedNote(coming[i])) text += screen.Paragraph(note, 16, Style::warning);
+        const Moment moved = coming[i].moved();
+        text += Field(screen, i == 0 ? "coming" : "",
+                      FormatMoment(coming[i].likely, now) + (moved == 0 ? "" : ", " + Displaced(moved)),
+                      moved == 0 ? Style::plain : Style::warning);
     }
     return report;
 }
