@@ -5,8 +5,12 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libsqlite3-dev libplist-dev lib
 TEST_PACKAGES="$BUILD_PACKAGES git libgtest-dev clang-format clang-tidy python3 python3-jsonschema locales sqlite3"
 TEST_PACKAGES="$TEST_PACKAGES systemd mandoc dpkg-dev file"
 
+# The 32-bit build: the compiler's other half, and the libraries that are unpacked for it beside the build.
+MULTILIB_PACKAGES="g++-multilib"
+I386_PACKAGES="libsqlite3-0 libsqlite3-dev libplist3 libplist-dev libgtest-dev"
+
 # install_packages NAME...: installs those that are missing, as root or through sudo; where neither is to be had it says
-# which are missing and returns 1. Touches nothing when all are there.
+# which are missing and returns 1. Touches nothing when all are there, and never removes a package to make room.
 install_packages() {
     local missing=() name
     for name in "$@"; do
@@ -25,6 +29,6 @@ install_packages() {
     fi
     echo "Installing: ${missing[*]}"
     "${as_root[@]}" apt-get -qq update &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-remove --no-install-recommends \
             "${missing[@]}" >/dev/null
 }
