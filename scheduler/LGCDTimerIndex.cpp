@@ -25,8 +25,11 @@ std::unique_ptr<LGCDTimer> LGCDTimerIndex::Unlink(LGCDTimer* timer) noexcept {
 }
 
 LGCDTimer* LGCDTimerIndex::Find(const LGCDTimerTexts& texts) const {
-    const auto [first, last] = byText_.equal_range(texts);
-    return first == last ? nullptr : *std::prev(last);
+    // Not equal_range, which walks over all that are equal: a whole application's, when no name is given.
+    const auto behind = byText_.upper_bound(texts);
+    if (behind == byText_.begin()) return nullptr;
+    LGCDTimer* const newest = *std::prev(behind);
+    return byText_.key_comp()(newest, texts) ? nullptr : newest;
 }
 
 LGCDTimer* LGCDTimerIndex::HolderOf(dispatch_source_s* source) const {
