@@ -330,6 +330,7 @@ class World:
 
     def __init__(self, build):
         self.helper = build / "app/schedulehelper"
+        self.sanitized = b"__asan_init" in self.helper.read_bytes()
         self.shim = build / "tests/torture/libtorture_shim.so"
         self.bundle = build / "examples/Orvin/script/Orvin.app"
         self.path = Path(tempfile.mkdtemp(prefix="torture."))
