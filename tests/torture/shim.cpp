@@ -293,6 +293,16 @@ int fcntl64(int fd, int command, ...) {
     RECORD_LOCK(fcntl64);
 }
 
+#if defined(__i386__)
+// What the calls are named in a 32-bit program whose times have 64 bits.
+int __lstat64_time64(const char* path, void* status) noexcept {
+    STORE_PATH(__lstat64_time64, path, path, status);
+}
+int __fcntl_time64(int fd, int command, ...) {
+    RECORD_LOCK(__fcntl_time64);
+}
+#endif
+
 // ---- Descriptors
 
 #define DESCRIPTOR(name, ...) \
