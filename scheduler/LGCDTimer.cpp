@@ -17,7 +17,7 @@ unsigned char Folded(char character) {
 /// As strcasecmp in the C locale, whatever the process's locale is: in an 8-bit locale that one folds accented letters
 /// too, which would tear multi-byte characters apart.
 int CompareFolded(const char* left, const char* right) {
-    while (*left != '\0' && Folded(*left) == Folded(*right)) {
+    while (*left != '\0' && (*left == *right || Folded(*left) == Folded(*right))) {
         ++left;
         ++right;
     }
