@@ -316,6 +316,9 @@ class Plan:
         os.pwrite(self.file.fileno(), struct.pack("=7q", left, sticky, deed, number, from_load, 0, 0), 8)
         os.pwrite(self.file.fileno(), struct.pack("=q", kind), 0)
 
+    def resume(self, kind):
+        os.pwrite(self.file.fileno(), struct.pack("=q", kind), 0)
+
     def clear(self):
         """No further call is meant; how many were."""
         os.pwrite(self.file.fileno(), struct.pack("=q", NONE), 0)
