@@ -31,6 +31,7 @@ bool becomeTheInstance() {
 // over it may start it again.
 void launch() {
     try {
+        (void)dispatch_get_main_queue();  // which is to be served whatever the launching comes to
         applicationDelegate = NSApplicationCreateDelegate().release();
         applicationDelegate.load()->applicationDidFinishLaunching();
     } catch (const std::bad_alloc&) {

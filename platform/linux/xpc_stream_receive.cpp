@@ -18,19 +18,16 @@ namespace {
 
 constexpr size_t readBytes = 64 * 1024;
 
-/// One for all connections: what is read is used up, or kept with its connection, before the next read. Never freed,
-/// since the io thread outlives the destruction of statics.
-unsigned char* readBuffer() {
-    static auto* const buffer = new unsigned char[readBytes];
-    return buffer;
-}
+/// One for all connections: what is read is used up, or kept with its connection, before the next read. It needs neither
+/// memory at the first read nor a destructor, which the io thread would outlive.
+alignas(64) unsigned char readBuffer[readBytes];
 
 }  // namespace
 
 /// One read. A socket that has more shows up again in the next turn, after the others.
 bool Stream::readOnce() noexcept {
     alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int) * wire::maxDescriptors)];
-    iovec into{readBuffer(), readBytes};
+    iovec into{readBuffer, readBytes};
     msghdr message{};
     message.msg_iov = &into;
     message.msg_iovlen = 1;
@@ -45,7 +42,7 @@ bool Stream::readOnce() noexcept {
     }
     const bool whole = takeDescriptors(message);
     if (!whole) closeDescriptors();  // frames that want none are still good, the first that wants one is not
-    if (!consume(readBuffer(), static_cast<size_t>(count)) || !whole) {
+    if (!consume(readBuffer, static_cast<size_t>(count)) || !whole) {
         end(End::Invalid);
         return false;
     }
