@@ -18,8 +18,8 @@ namespace {
 
 constexpr size_t readBytes = 64 * 1024;
 
-/// One for all connections: what is read is used up, or kept with its connection, before the next read. It needs neither
-/// memory at the first read nor a destructor, which the io thread would outlive.
+/// One for all connections: what is read is used up, or kept with its connection, before the next read. It needs
+/// neither memory at the first read nor a destructor, which the io thread would outlive.
 alignas(64) unsigned char readBuffer[readBytes];
 
 }  // namespace
