@@ -154,6 +154,7 @@ class Home:
         for folder in (self.run, self.data):
             folder.mkdir(mode=0o700)
         self.hello = self.path / "hello"
+        self.stay = 0.2  # seconds for which an application that the helper launched goes on
         self.plan = Plan(self.path / "plan")
 
     def app(self, name="Orvin"):
@@ -165,7 +166,7 @@ class Home:
 
     def environment(self, shim):
         own = {"HOME": self.path, "XDG_RUNTIME_DIR": self.run, "XDG_DATA_HOME": self.data,
-               "ORVIN_HELLO": self.hello, "ORVIN_STAY": "0.2"}
+               "ORVIN_HELLO": self.hello, "ORVIN_STAY": self.stay}
         if shim:  # the shim stands before the sanitizers' own library and calls on to it
             own |= {"LD_PRELOAD": self.world.shim, "TORTURE_PLAN": self.plan.path, "ASAN_OPTIONS":
                     "verify_asan_link_order=0:allocator_may_return_null=1:detect_leaks=1:handle_segv=0:handle_sigbus=0"
