@@ -10,6 +10,7 @@
 // raise a fault inside it.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -42,6 +43,7 @@ struct Plan {
 Plan* plan = nullptr;
 thread_local bool lookingUp = false;  // this thread asks for a real function, and what that needs is granted
 thread_local bool spared = false;     // it is in a library that is known not to survive what the plan does
+thread_local bool begun = false;  // its own function runs: before that a sanitizer readies it, and cannot be refused
 
 void Raise(int signal) {
     volatile int zero = 0;
@@ -68,7 +70,8 @@ void Raise(int signal) {
 
 /// Counts a call; true when it is the driver's turn.
 bool Meant(Kind kind) {
-    if (plan == nullptr || lookingUp || spared || plan->kind.load() != kind || plan->fromLoad.load() != 0) return false;
+    if (plan == nullptr || lookingUp || spared || !begun || plan->kind.load() != kind || plan->fromLoad.load() != 0)
+        return false;
     plan->seen.fetch_add(1);
     const int64_t left = plan->left.fetch_sub(1);
     if (left > 1 || (left < 1 && plan->sticky.load() == 0)) return false;
@@ -109,8 +112,21 @@ bool OfStore(const char* path) {
     return true;
 }
 
+struct ThreadStart {
+    void* (*function)(void*);
+    void* argument;
+};
+
+void* RunThread(void* start) {
+    const ThreadStart own = *static_cast<ThreadStart*>(start);
+    std::free(start);
+    begun = true;
+    return own.function(own.argument);
+}
+
 /// Maps the plan; processes that the helper starts are left alone.
 [[gnu::constructor]] void Begin() {
+    begun = true;
     unsetenv("LD_PRELOAD");
     const char* name = std::getenv("TORTURE_PLAN");
     if (name == nullptr || std::strcmp(program_invocation_short_name, "schedulehelper") != 0) return;
@@ -160,6 +176,16 @@ void* calloc(size_t count, size_t each) noexcept {
 void* realloc(void* block, size_t size) noexcept {
     NEXT_MEMORY(realloc);
     return Fails(kAllocation) ? nullptr : nextrealloc(block, size);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*function)(void*), void* argument) {
+    NEXT(pthread_create);
+    auto* start = static_cast<ThreadStart*>(std::malloc(sizeof(ThreadStart)));
+    if (start == nullptr) return EAGAIN;
+    *start = {function, argument};
+    const int result = nextpthread_create(thread, attributes, RunThread, start);
+    if (result != 0) std::free(start);
+    return result;
 }
 void* aligned_alloc(size_t alignment, size_t size) noexcept {
     NEXT_MEMORY(aligned_alloc);

@@ -250,8 +250,8 @@ def answered(home, link, *requests):
 
 
 def sweep(home, kind, disturb, check, step=1, limit=100000, **plan):
-    """Runs `disturb` with the 1st, 2nd ... call of `kind` failing until it has fewer; how many there were."""
-    k = 1
+    """Runs `disturb` with the 1st, 2nd ... call of `kind` failing until it has fewer; how often one failed."""
+    k, failures = 1, 0
     while k < limit:
         home.plan(kind, k, **plan)
         disturb()
@@ -260,8 +260,8 @@ def sweep(home, kind, disturb, check, step=1, limit=100000, **plan):
         check(k)
         if hits == 0:
             break
-        k += step
-    return k
+        k, failures = k + step, failures + 1
+    return failures
 
 
 @mode("k-th allocation fails, once and from k on: no crash, no leak, old or new, the next operation works")
