@@ -187,7 +187,7 @@ std::string StartDaemon(std::unique_ptr<Child>& daemon) {
 
 void AppendQuestion(sd_bus_message* message) {
     Check(sd_bus_message_append(message, "a{sv}", 6, kKeyBundleId, "s", kMainAppBundleId, kKeyBundlePath, "s",
-                                "/home/ada/Applications/Orvin.app", kKeyNewTime, "x", int64_t{1'798'131'590},
+                                "/srv/home/Applications/Orvin.app", kKeyNewTime, "x", int64_t{1'798'131'590},
                                 kKeyNewWeekly, "b", 1, kKeyNewWeekdayMask, "t", uint64_t{62}, kKeyShutdownQuestion, "b",
                                 1),
           "append");

@@ -221,7 +221,7 @@ void HelperClient::Find() {
 }
 
 std::vector<LXPCData> QuestionOfSixEntries() {
-    static const char* const kPath = "/home/ada/Applications/Orvin.app";
+    static const char* const kPath = "/srv/home/Applications/Orvin.app";
     return {{kKeyBundleId, LXPCDataTypeString, LXPCAddress(kMainAppBundleId)},
             {kKeyBundlePath, LXPCDataTypeString, LXPCAddress(kPath)},
             {kKeyNewTime, LXPCDataTypeDate, 1'798'131'590},
