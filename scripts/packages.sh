@@ -3,7 +3,7 @@
 
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libsqlite3-dev libplist-dev libcli11-dev nlohmann-json3-dev"
 TEST_PACKAGES="$BUILD_PACKAGES git libgtest-dev clang-format clang-tidy python3 python3-jsonschema locales sqlite3"
-TEST_PACKAGES="$TEST_PACKAGES systemd mandoc dpkg-dev file"
+TEST_PACKAGES="$TEST_PACKAGES systemd mandoc dpkg-dev file tzdata"
 
 # The 32-bit build: the compiler's other half, and the libraries that are unpacked for it beside the build.
 MULTILIB_PACKAGES="g++-multilib"
