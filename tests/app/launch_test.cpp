@@ -39,7 +39,8 @@ std::vector<NSRunningApplication> Running() {
     return NSRunningApplication::runningApplicationsWithBundleIdentifier(kMainAppBundleId);
 }
 
-/// Ends every Orvin that a case has started, and waits until each is gone altogether.
+/// Ends every Orvin that a case has started, and waits until each is gone altogether: they are the
+/// platform layer's children, so only it can wait for them properly.
 void EndAll() {
     for (const NSRunningApplication& application : Running()) {
         const pid_t pid = application.processIdentifier();

@@ -16,6 +16,8 @@
 #include "app/LRequestKeys.h"
 #include "scheduler/LScheduleStore.h"
 
+/// Between two looks at what another process does and cannot announce (a store that is written, a service that comes
+/// up); every loop around it has a deadline and fails at it.
 void PauseBriefly() {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
@@ -42,7 +44,7 @@ int Process::Status(double seconds) {
     int status = 0;
     while (pid_ != 0 && waitpid(pid_, &status, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > deadline) return 1000;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // waitpid takes no deadline of its own
     }
     ended_ = true;
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
