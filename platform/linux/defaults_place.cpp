@@ -33,10 +33,6 @@ std::string homeDirectory() {
     return found->pw_dir != nullptr && found->pw_dir[0] == '/' ? found->pw_dir : "";
 }
 
-bool isOurs(const struct stat& status) {
-    return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-}
-
 bool exists(const std::string& path) {
     struct stat status {};
     return statLink(path, status) || errno != ENOENT;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -15,6 +16,11 @@ struct FileIdentity {
 
 inline FileIdentity identityOf(const struct stat& status) {
     return {status.st_dev, status.st_ino};
+}
+
+/// Belongs to us, and nobody else may write to it.
+inline bool isOurs(const struct stat& status) {
+    return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 /// Links followed. False with errno set.

@@ -20,7 +20,7 @@ std::string pathIn(const std::string& directory) {
     return directory + "/instance.lock";
 }
 
-// Opens without following a link; empty when the file is not a regular one of ours.
+// Opens without following a link; empty when the file is not a regular one that is ours alone to write.
 UniqueFd openFile(const std::string& path, int flags) {
     int fd = -1;
     do {
@@ -28,7 +28,7 @@ UniqueFd openFile(const std::string& path, int flags) {
     } while (fd < 0 && errno == EINTR);
     UniqueFd file(fd);
     struct stat status {};
-    if (!file || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != geteuid()) return {};
+    if (!file || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || !isOurs(status)) return {};
     return file;
 }
 

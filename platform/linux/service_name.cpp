@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/linux/file_status.h"
+
 namespace transport {
 
 namespace {
@@ -102,7 +104,8 @@ bool ServiceOffer::open(const std::string& runtimeDirectory, const char* name) {
     return directory_ && lockName() && listenAs(temporaryNameFor(name_));
 }
 
-/// A lock on a file that has been removed meanwhile locks nobody out: look again whether it still has its name.
+/// A lock on a file that has been removed meanwhile locks nobody out: look again whether it still has its name. One
+/// that others may write to could be held by them for ever.
 bool ServiceOffer::lockName() {
     const std::string file = name_ + lockSuffix;
     for (;;) {
@@ -114,7 +117,7 @@ bool ServiceOffer::lockName() {
         }
         struct stat held {};
         struct stat named {};
-        if (fstat(lock_.get(), &held) != 0) return false;
+        if (fstat(lock_.get(), &held) != 0 || !S_ISREG(held.st_mode) || !isOurs(held)) return false;
         if (fstatat(directory_.get(), file.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0) continue;
         if (held.st_dev == named.st_dev && held.st_ino == named.st_ino) return true;
     }
