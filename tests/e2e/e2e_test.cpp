@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kFaultStatus = 154;  // what a parent sees of 666
 constexpr long kFuture = 4000000000 > LONG_MAX ? LONG_MAX : 4000000000;
 
 const std::string kTest = std::string(kReplyTestConnection) + "=1";
@@ -210,30 +209,6 @@ TEST_F(EndToEnd, ABurstIsStoredWholeThoughItsSenderIsGone) {
     helper_->Send(SIGTERM);
     EXPECT_EQ(helper_->Status(), 0);
     EXPECT_EQ(Records(), 5000);
-}
-
-TEST_F(EndToEnd, SignalsEndTheHelperWithTheirStatus) {
-    struct Row {
-        std::vector<int> signals;
-        int status;
-    };
-    const Row rows[] = {{{SIGINT}, 0},
-                        {{SIGTERM}, 0},
-                        {{SIGSEGV}, kFaultStatus},
-                        {{SIGBUS}, kFaultStatus},
-                        {{SIGFPE}, kFaultStatus},
-                        {{SIGKILL}, -SIGKILL},  // and what it left behind does not keep the next from starting
-                        {{SIGQUIT, SIGSEGV, SIGILL, SIGTERM}, 0}};
-    for (const Row& row : rows) {
-        Client client;
-        Start(client);
-        for (const int signal : row.signals) {
-            helper_->Send(signal);
-            if (signal == row.signals.back()) break;
-            EXPECT_EQ(client.Ask({Flag(kKeyTestConnection)}), kTest) << signal;
-        }
-        EXPECT_EQ(helper_->Status(), row.status) << row.signals.back();
-    }
 }
 
 TEST_F(EndToEnd, TerminationWhileBusyIsAlwaysOrderly) {

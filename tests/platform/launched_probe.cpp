@@ -1,6 +1,6 @@
 // The program inside the tests' bundles. It writes what it was born with into the file that PROBE_REPORT names: one
-// line of its session, blocked and ignored signals, working directory and open descriptors; then it waits until
-// PROBE_HOLD, a FIFO, has no writer left.
+// line of whether it, or the script that runs it, leads its session, of blocked and ignored signals, working directory
+// and open descriptors; then it waits until PROBE_HOLD, a FIFO, has no writer left.
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -15,7 +15,7 @@ int main() {
     const char* report = std::getenv("PROBE_REPORT");
     const char* hold = std::getenv("PROBE_HOLD");
     if (report == nullptr || hold == nullptr) return 1;
-    std::string text = getsid(0) == getpid() ? "leader" : "member";
+    std::string text = getsid(0) == getpid() ? "leader" : getsid(0) == getppid() ? "script" : "member";
     {
         std::ifstream status("/proc/self/status");
         for (std::string line; std::getline(status, line);) {

@@ -8,6 +8,7 @@
 //   descriptor   calls that make a descriptor
 // Deeds: fail with an error number (allocation: no memory), write only half, die before the call, die after half of it,
 // raise a fault inside it.
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -239,6 +240,9 @@ int open64(const char* path, int flags, ...) {
 int openat(int folder, const char* path, int flags, ...) {
     OPEN(openat, folder, path);
 }
+int openat64(int folder, const char* path, int flags, ...) {
+    OPEN(openat64, folder, path);
+}
 
 #define WRITE(name)                                                     \
     NEXT(name);                                                         \
@@ -346,6 +350,20 @@ int socket(int domain, int type, int protocol) noexcept {
 }
 int dup(int fd) noexcept {
     DESCRIPTOR(dup, fd);
+}
+DIR* opendir(const char* path) {
+    NEXT(opendir);
+    return Fails(kDescriptor) ? nullptr : nextopendir(path);
+}
+long syscall(long number, ...) noexcept {
+    va_list more;
+    va_start(more, number);
+    long arguments[6];
+    for (long& each : arguments) each = va_arg(more, long);
+    va_end(more);
+    NEXT(syscall);
+    if (number == SYS_pidfd_open && Fails(kDescriptor)) return -1;
+    return nextsyscall(number, arguments[0], arguments[1], arguments[2], arguments[3], arguments[4], arguments[5]);
 }
 
 }  // extern "C"

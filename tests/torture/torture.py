@@ -8,6 +8,7 @@ libraries, deaths from the kernel. Returns 1 when a goal was missed. With --quic
 only the bound on an ending is asserted; the others need a machine of their own.
 """
 import argparse
+import contextlib
 import errno
 import os
 import random
@@ -22,9 +23,9 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from world import (ALLOCATION, BOUND, DESCRIPTOR, DIE, DIE_HALFWAY, FAIL, FAR, FAULT, HALF, LOCK, QUESTION, RAISE,
-                   REQUEST, SERVICE, SHUTDOWN, STORE, TEST, Home, Link, Trouble, World, add, delete, delete_all,
-                   expected, frame, need)
+from world import (ALLOCATION, BOUND, DESCRIPTOR, DIE, DIE_HALFWAY, FAIL, FAR, FAULT, FOLDER, HALF, LOCK, QUESTION,
+                   RAISE, REQUEST, SERVICE, SHUTDOWN, STORE, TEST, Home, Link, Trouble, World, add, delete, delete_all,
+                   expected, frame, need, until)
 
 MODES = {}
 
@@ -232,7 +233,7 @@ def die_at(home, k, deed, request):
 
 def answered(home, link, *requests):
     """Sends and waits for the answer to a test, until the helper rests without one or leaves it unread for long."""
-    until = time.monotonic() + 0.5
+    end = time.monotonic() + 0.5
     try:
         for request in requests:
             link.send(request)
@@ -243,7 +244,7 @@ def answered(home, link, *requests):
                 link.hear(number)
                 return True
             except TimeoutError:
-                if home.idle(link) or time.monotonic() > until:
+                if home.idle(link) or time.monotonic() > end:
                     return False
     except OSError:
         return False
@@ -264,7 +265,8 @@ def sweep(home, kind, disturb, check, step=1, limit=100000, **plan):
     return failures
 
 
-@mode("k-th allocation fails, once and from k on: no crash, no leak, old or new, the next operation works")
+@mode("k-th allocation fails, once and from k on, in operations, load, decode, reply, accept, fire, launch: no crash, "
+      "no leak, old or new, the next operation works; a one-off that is due still fires")
 def memory(run):
     total, step = 0, run.times(1, 5)
     with run.home() as home:
@@ -279,7 +281,8 @@ def memory(run):
                 total += starve(home, first, request, before, after, sticky, own_step, name)
         total += starve_load(home, run)
         total += starve_accept(home, step)
-    return f"{total} failures in add, replace, delete, delete all, load, decode, reply, accept; no leak at the end"
+    firings = deprive_firing(run, ALLOCATION, run.times(1, 40))
+    return f"{total} failures in operations, load and accept, {firings} in firing and launching; no leak at the end"
 
 
 def starve(home, first, request, before, after, sticky, step, name):
@@ -323,17 +326,18 @@ def starve_load(home, run):
         restore(home)
         home.plan(ALLOCATION, k, from_load=True)
         home.start(shim=True, ready=False)
-        state = before
+        state, link = before, None
         try:
-            link = home.find(patience=1)
+            link = home.find(must=False)
             hits = home.plan.clear()
-            link.send(add(path, "later", FAR))
-            link.ask()
-            link.close()
-            state = expected(before, add(path, "later", FAR))
+            if link is not None:
+                link.send(add(path, "later", FAR))
+                link.ask()
+                link.close()
+                state = expected(before, add(path, "later", FAR))
         except Trouble:
             hits = home.plan.clear()
-            need(hits or run.quick, "no service, with all the memory")
+        need(link or hits, "no service, with all the memory")
         if home.alive():
             home.orderly()
         need(home.awaited() in (0, 1), "a start without memory gave", home.awaited(), home.complaint())
@@ -358,6 +362,39 @@ def starve_accept(home, step):
                   for sticky in (False, True))
     home.orderly()
     return reached
+
+
+def deprive_firing(run, kind, step, number=0):
+    """The k-th call of `kind` fails while a one-off fires and launches: it fires whatever becomes of the launch, and
+    the next one launches. Each k has a home of its own, since each waits for its second; how many were tried."""
+    def trial(each):
+        k, sticky = each
+        with run.home() as home:
+            link, path = home.start(shim=True), home.app()
+            home.hold_applications()
+            link.send(due(path, "a"))
+            need(not link.ask(QUESTION), "nothing is armed")
+            home.settle(link)
+            home.plan(kind, k, sticky=sticky, number=number)
+            until(lambda: home.plan.get("seen"), "nothing fires")
+            home.settle(link)
+            calls, hits = home.plan.get("seen"), home.plan.clear()
+            home.survived(f"firing at call {k}")
+            await_firings(link)
+            need(hits or k > calls, "call", k, "of", calls, "did not fail")
+            if hits == 0:
+                await_launches(home, 1)
+            link.send(due(path, "b"))
+            link.ask()
+            await_firings(link)
+            await_launches(home, 1)
+            need(len(home.reports()) == 1, "launched twice")
+            home.orderly()
+            return calls
+
+    usual = trial((10**9, False))
+    side_by_side([(k, sticky) for sticky in (False, True) for k in range(1, usual + 1, step)], trial, 24)
+    return 2 * len(range(1, usual + 1, step))
 
 
 # ---- A failing disk
@@ -467,9 +504,9 @@ def ending(run):
 
 # ---- Faults
 
-def side_by_side(count, work):
-    with ThreadPoolExecutor(8) as pool:
-        return list(pool.map(work, range(count)))
+def side_by_side(rows, work, most=8):
+    with ThreadPoolExecutor(most) as pool:
+        return list(pool.map(work, rows))
 
 
 @mode("SIGSEGV, SIGBUS, SIGFPE sent or raised, a lock held: 154 within 2.5 s; SIGQUIT absorbed; SIGILL; no spinning")
@@ -515,8 +552,8 @@ def faults(run):
             raise_in(home, link, signal.SIGILL, STORE)
             ends(home, -signal.SIGILL, "raised SIGILL")
 
-    taken = side_by_side(run.times(500, 14), trial)
-    side_by_side(run.times(20, 2), illegal)
+    taken = side_by_side(range(run.times(500, 14)), trial)
+    side_by_side(range(run.times(20, 2)), illegal)
     with run.home() as home:
         link, quits = home.start(), run.times(1000, 100)
         for _ in range(quits):
@@ -528,18 +565,21 @@ def faults(run):
 
 # ---- Descriptors
 
-def due(home, name, path, seconds=2):
+def due(path, name, seconds=2):
     return add(path, name, int(time.time()) + seconds)
 
 
-def await_greeting(home, count, patience=15):
-    until = time.monotonic() + patience
-    while home.greetings() < count:
-        need(time.monotonic() < until, "launched", home.greetings(), "of", count)
-        time.sleep(0.01)
+def await_launches(home, count):
+    until(lambda: len(home.reports()) >= count, "fewer launches than", count)
 
 
-@mode("32 descriptors and 2,000 connection attempts: lives, launches, idles, serves again in 200 ms, gives all back")
+def await_firings(link):
+    """The helper may go when it holds no schedule: a one-off leaves once its firing is over."""
+    until(lambda: link.ask(QUESTION), "a schedule that is due does not fire")
+
+
+@mode("32 descriptors and 2,000 connection attempts: lives, launches, idles, serves again in 200 ms, gives all back; "
+      "k-th descriptor call fails: lives, serves, fires")
 def descriptors(run):
     with run.home() as home:
         path = home.app("Due")
@@ -549,7 +589,7 @@ def descriptors(run):
         home.settle(link)
         at_start = home.descriptors()
         crowd, refused = [], 0
-        link.send(due(home, "due", path, 3))
+        link.send(due(path, "due", 3))
         for _ in range(run.times(2000, 300)):
             one = socket.socket(socket.AF_UNIX)
             one.setblocking(False)
@@ -563,23 +603,19 @@ def descriptors(run):
             os.close(folder)
         need(link.ask(), "an old connection is not served")
         before, started = home.processor_time(), time.monotonic()
-        await_greeting(home, 1)
+        await_launches(home, 1)
         load = (home.processor_time() - before) / (time.monotonic() - started)
         run.bound("share of a core", load, 0.05)
-        while home.children():  # a child's descriptor is the last but 16 here
-            time.sleep(0.01)
+        until(lambda: not home.children(), "a child stays")  # its descriptor is the last but 16 here
         for one in crowd:
             one.close()
         started = time.monotonic()
         home.find().close()
         again = time.monotonic() - started
         run.bound("served again after", again, 0.2)
-        until = time.monotonic() + 5
-        while home.descriptors() > at_start and time.monotonic() < until:
-            time.sleep(0.01)
-        need(home.descriptors() <= at_start, home.descriptors(), "descriptors, at the start", at_start)
+        until(lambda: home.descriptors() <= at_start, "more descriptors than the", at_start, "at the start")
         home.orderly()
-        failures = spare(home, run)
+        failures = spare(home, run) + deprive_firing(run, DESCRIPTOR, run.times(1, 5), errno.EMFILE)
     return (f"{len(crowd)} connected, {refused} refused, {load * 100:.1f} % of a core, again in {again * 1000:.0f} ms, "
             f"descriptors +-0; {failures} single failures")
 
@@ -650,34 +686,41 @@ def flood(run):
 
 # ---- Damaged frames
 
+def damage(chance, data):
+    data = bytearray(data)
+    for _ in range(chance.randrange(1, 4)):
+        place = chance.randrange(len(data))
+        match chance.randrange(4):
+            case 0: data[place] = chance.randrange(256)
+            case 1: data[place:] = b""
+            case 2: data[place:place] = data[chance.randrange(len(data)):][:64]
+            case 3: data[place] ^= 1 << chance.randrange(8)
+        data = data or bytearray(1)
+    return bytes(data)
+
+
+def vandalize(home, chance, seeds):
+    """A connection that sends some damaged frames; how many it got rid of."""
+    bad, count = Link(home), 0
+    try:
+        for _ in range(chance.randrange(1, 20)):
+            bad.socket.sendall(damage(chance, chance.choice(seeds)))
+            count += 1
+    except OSError:
+        pass  # cut off, as it should be
+    bad.close()
+    return count
+
+
 @mode("200,000 damaged frames over a live socket: lives, the well-behaved are served")
 def frames(run):
-    def damage(data):
-        data = bytearray(data)
-        for _ in range(run.random.randrange(1, 4)):
-            place = run.random.randrange(len(data))
-            match run.random.randrange(4):
-                case 0: data[place] = run.random.randrange(256)
-                case 1: data[place:] = b""
-                case 2: data[place:place] = data[run.random.randrange(len(data)):][:64]
-                case 3: data[place] ^= 1 << run.random.randrange(8)
-            data = data or bytearray(1)
-        return bytes(data)
-
     with run.home() as home:
         good, path, count = home.start(), home.app(), 0
         seeds = [frame(add(path, "s", FAR, mask=9)), frame(delete(path, "s")), frame(delete_all(path)),
                  frame({TEST: True}, REQUEST, 1), frame({QUESTION: True}, REQUEST, 2)]
         while count < run.times(200_000, 2000):
-            bad = Link(home)
-            try:
-                for _ in range(run.random.randrange(1, 20)):
-                    bad.socket.sendall(damage(run.random.choice(seeds)))
-                    count += 1
-            except OSError:
-                pass  # cut off, as it should be
-            bad.close()
-            if count % 16 == 0:
+            count += vandalize(home, run.random, seeds)
+            if run.random.random() < 0.1:
                 need(good.ask(), "the well-behaved are not served")
         good.send(delete_all(path))
         need(good.ask() and home.alive(), "the helper is gone")
@@ -687,27 +730,316 @@ def frames(run):
 
 # ---- Launches
 
-@mode("1,000 launches of ten applications, each asked for twice: one process each, no zombie")
+@mode("1,000 launches of binaries and scripts, two schedules together, the helper killed amid them: one process each, "
+      "nothing inherited, none harmed by the kill, the lock free, no zombie")
 def launches(run):
-    """Two schedules of each application fall due together: within a second of each other, since each is armed for whole
-    seconds from the moment of its own add, so the applications stay for longer than that."""
-    rounds = run.times(100, 2)
+    rounds, count, killed = run.times(10, 2), run.times(100, 6), 0
     with run.home() as home:
-        paths = [home.app(f"App{i}") for i in range(10)]
-        home.stay = 2
+        paths = [home.app(f"App{i}", script=i % 2 == 1) for i in range(count)]
         link = home.start()
         for i in range(rounds):
+            home.hold_applications()
             for path in paths:
-                link.send(due(home, "a", path, 3))
-                link.send(due(home, "b", path, 3))
-            link.ask()
-            await_greeting(home, len(paths) * (i + 1))
-            time.sleep(3)  # until all have ended, and whatever else would have come has come
-            need(home.greetings() == len(paths) * (i + 1), "round", i, "launched", home.greetings())
-        link.ask()
-        need(not home.children(), "children left:", home.children())
+                link.send(due(path, "a", 3))
+                link.send(due(path, "b", 3))
+            if i % 2 == 1:
+                await_launches(home, run.random.randrange(1, count))
+                link, killed = killed_amid(home, link, paths), killed + 1
+            await_firings(link)
+            await_launches(home, count)
+            inspect(home, count)
+            home.release_applications()
+            until(lambda: not home.children() and not any(map(lives, home.reports())), "an application or zombie stays")
+            for pid in home.reports():
+                (home.path / f"reports/report-{pid}").unlink()
         home.orderly()
-    return f"{rounds * len(paths)} processes of {rounds * len(paths) * 2} firings, no child left"
+    return f"{rounds * count} processes of {rounds * count * 2} firings, {killed} kills, no zombie, nothing inherited"
+
+
+def lives(pid):
+    """True for no zombie: a killed helper's children are collected by somebody else, or by nobody in a container."""
+    try:
+        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] != "Z"
+    except OSError:
+        return False
+
+
+def killed_amid(home, link, paths):
+    """Kills the helper while it launches. Those launched live on, and another helper can start and knows them."""
+    home.end(signal.SIGKILL)
+    link.close()
+    launched = list(home.reports())
+    link = home.start()
+    need(all(map(lives, launched)), "an application ended with the helper")
+    for path in paths:
+        link.send(delete_all(path))
+        link.send(due(path, "again", 3))
+    return link
+
+
+def inspect(home, count):
+    """Each application leads a session, blocks and ignores no signal, stands in / and has /dev/null three times."""
+    reports = home.reports()
+    need(len(reports) == count, len(reports), "processes of", count, "applications")
+    wanted = " 0 0 / /dev/null /dev/null /dev/null"
+    for pid, text in reports.items():
+        need(text in ("leader" + wanted, "script" + wanted), "process", pid, "was born with:", text)
+
+
+# ---- Strangers
+
+NOBODY = 65534
+
+
+def tree(*places):
+    """All that stands there, links not followed, with whatever a touch would change."""
+    def facts(path):
+        status = path.lstat()
+        return status.st_mode, status.st_uid, status.st_ino, status.st_size, status.st_mtime_ns
+
+    return {str(path): facts(path) for place in places for path in (place, *place.rglob("*"))}
+
+
+def got_through(attempts):
+    """Numbers of the attempts that succeed in a process of another user."""
+    pid = os.fork()
+    if pid == 0:
+        successes = 128
+        try:
+            os.setgroups([])
+            os.setgid(NOBODY)
+            os.setuid(NOBODY)
+            successes = 0
+            for i, attempt in enumerate(attempts):
+                with contextlib.suppress(OSError):
+                    attempt()
+                    successes |= 1 << i
+        finally:
+            os._exit(successes)
+    return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+
+
+def intruders(run):
+    """Another user tries at the closed folders, then with every folder, and the socket, opened to all."""
+    with run.home() as home:
+        link, services = home.start(), home.run / "mach-services"
+        link.send(add(home.app(), "s", FAR))
+        link.ask()
+        at_start = home.descriptors()
+
+        def shut():
+            stranger = Link(home)
+            stranger.send({SHUTDOWN: True})
+            stranger.ask()
+
+        attempts = [lambda: Link(home).ask(), shut, lambda: os.kill(home.helper.pid, signal.SIGTERM),
+                    lambda: open(home.store, "rb"), lambda: open(home.store, "r+b"),
+                    lambda: open(services / f"{SERVICE}.lock"), lambda: open(home.store.parent / "instance.lock")]
+        for opened in (False, True):
+            if opened:
+                for place in (run.world.path, home.path, home.run, services, home.data, home.store.parent,
+                              services / SERVICE):
+                    place.chmod(0o777)
+            done = got_through(attempts)
+            need(done == 0, "another user got through with attempts", bin(done), "folders opened:", opened)
+            need(link.ask() and home.alive(), "the helper is gone")
+        run.world.path.chmod(0o700)
+        until(lambda: home.descriptors() == at_start, "a stranger's connection stays")
+        home.orderly()
+    return 2 * len(attempts)
+
+
+def spoilt(at, wrong, outside):
+    """Puts something wrong in place of `at`."""
+    if not at.exists():
+        at.touch()
+    match wrong:
+        case "link":
+            at.rename(outside / at.name)
+            at.symlink_to(outside / at.name)
+        case "FIFO":
+            at.rename(outside / at.name)
+            os.mkfifo(at, 0o600)
+        case "second name":
+            os.link(at, outside / at.name)
+        case "mode":
+            at.chmod(0o777)
+        case "owner":
+            os.chown(at, NOBODY, NOBODY)
+
+
+def places(run):
+    """What is not ours alone is refused: at the socket's places nobody is served, at the store's nothing is stored.
+    Only what bears the socket's own name is replaced."""
+    services, folder = Path("run/mach-services"), Path("data") / FOLDER
+    socket_name, store = services / SERVICE, folder / "defaults.sqlite3"
+    unserved = (services, services / f"{SERVICE}.lock")
+    kinds = ["link", "FIFO", "mode"] + ["owner"] * (os.geteuid() == 0)
+    rows = [(place, wrong) for place in (*unserved, socket_name, folder, folder / "instance.lock", store)
+            for wrong in kinds] + [(store, "second name")]
+
+    def trial(row):
+        place, wrong = row
+        with run.home() as home:
+            path, outside, at = home.app(), home.path / "outside", home.path / place
+            outside.mkdir()
+            link = home.start()
+            link.send(add(path, "s", FAR))
+            link.ask()
+            home.orderly()
+            spoilt(at, wrong, outside)
+            foreign = [outside, home.path / "Orvin"] + [at] * (place != socket_name)
+            before = tree(*foreign), os.listdir(home.path)
+            home.start(ready=False)
+            if place in unserved:
+                until(home.rests, wrong, "of", at, "keeps the helper busy")
+                with contextlib.suppress(OSError):
+                    Link(home)
+                    raise Trouble(f"{wrong} of {at}: served all the same")
+            else:
+                link = home.find()
+                link.send(add(path, "new", FAR))
+                need(link.ask() and not link.ask(QUESTION), wrong, "of", at, "keeps a schedule out of memory")
+            home.survived(f"{wrong} of {at}")
+            home.orderly()
+            need(before == (tree(*foreign), os.listdir(home.path)), wrong, "of", at, "is touched")
+
+    side_by_side(rows, trial)
+    return len(rows)
+
+
+def bundles(run):
+    """Schedules of bundles that name a program outside, or none, or have no sound list, and of one that is as it should
+    be: that one alone is launched."""
+    names = ["../MacOS/Orvin", "./Orvin", "sub/Orvin", "../../../../../probe", str(run.world.probe), "..", ".", "",
+             "Missing"]
+    with run.home() as home:
+        paths = [Path(home.app(f"Name{i}", executable=name)) for i, name in enumerate(names)]
+        (paths[2] / "Contents/MacOS/sub").mkdir()
+        os.link(run.world.probe, paths[2] / "Contents/MacOS/sub/Orvin")
+
+        def bad(name, file, make):
+            paths.append(Path(home.app(name)))
+            (paths[-1] / "Contents" / file).unlink()
+            make(paths[-1] / "Contents" / file)
+
+        bad("Linked", "MacOS/Orvin", lambda file: file.symlink_to(run.world.probe))
+        bad("Folder", "MacOS/Orvin", lambda file: file.mkdir())
+        bad("Plain", "MacOS/Orvin", lambda file: file.write_text("#!/bin/sh\n" + str(run.world.probe)))
+        bad("Fifo", "Info.plist", os.mkfifo)
+        bad("NoFile", "Info.plist", lambda file: file.mkdir())
+        bad("Device", "Info.plist", lambda file: file.symlink_to("/dev/zero"))
+        bad("Huge", "Info.plist", lambda file: file.write_text(run.world.plist + " " * (1 << 20)))
+        bad("Deep", "Info.plist", lambda file: file.write_text(run.world.plist.replace(
+            "</dict>", "<key>k</key>" + "<array>" * 9999 + "</array>" * 9999 + "</dict>")))
+        link = home.start()
+        home.hold_applications()
+        before = tree(*(path.parent for path in paths))
+        for path in (*paths, home.app()):
+            link.send(due(str(path), "s", 3))
+        need(not link.ask(QUESTION), "nothing is armed")
+        await_firings(link)
+        await_launches(home, 1)
+        need(len(home.children()) == 1 and len(home.reports()) == 1, "launched", home.children())
+        need(before == tree(*(path.parent for path in paths)), "a bundle is touched")
+        home.orderly()
+    return len(paths)
+
+
+@mode("peers of another uid, links, wrong owners and modes at socket, lock and store, programs outside their bundle, a "
+      "FIFO as Info.plist: all refused, the helper lives, nothing outside its own folders is touched")
+def strangers(run):
+    foreign = f"{intruders(run)} attempts of another uid" if os.geteuid() == 0 else "other uids not tried without root"
+    return f"{foreign}, {places(run)} wrong places, {bundles(run)} wrong bundles, all refused"
+
+
+# ---- Everything at once, for long
+
+@mode("everything mixed, 5 minutes: 1,000,000 requests, resident size drifts by 1 MiB at most after warm-up, "
+      "descriptors +-0, threads bounded")
+def soak(run):
+    seconds, warm, over = run.times(300, 4), run.times(60, 1), threading.Event()
+    calm = frame({TEST: True}, REQUEST, 2**40) * 96
+    vandal = []
+
+    def keep(path, chance):
+        """Changes and many questions; in the end the store has to hold what they make."""
+        writer, state = Writer(home, path, chance), {}
+        while not over.wait(0.01):
+            for _ in range(4):
+                request = writer.change()
+                state = expected(state, request)
+                writer.link.send(request)
+            writer.link.socket.sendall(calm)
+            writer.link.ask()
+            writer.acknowledged += 101
+        writer.link.close()
+        need(own(home.stored(), path) == state, "the store holds", own(home.stored(), path))
+        return writer.acknowledged
+
+    def come_and_go(chance):
+        count = 0
+        while not over.wait(0.005):
+            link = Link(home)
+            link.ask()
+            link.close()
+            count += 1 + vandalize(home, chance, vandal)
+        return count
+
+    def never_read():
+        count = 0
+        while not over.wait(1):
+            link = Link(home)
+            with contextlib.suppress(OSError):
+                for _ in range(100):
+                    link.socket.sendall(calm)
+                    count += 96
+            link.close()
+        return count
+
+    def launch():
+        link, count = Link(home), 0
+        while not over.wait(3):
+            for i in range(4):
+                link.send(due(home.app(f"Due{i}", script=i % 2 == 1), "s", 1))
+            link.ask()
+            count += 5
+        link.send(delete_all(home.app("Due0")))
+        link.close()
+        return count
+
+    with run.home() as home:
+        kept = [home.app(f"App{i}") for i in range(4)]
+        vandal += [frame(delete(home.app("Vandal"), "s")), frame({TEST: True}, REQUEST, 1),
+                   frame({QUESTION: True}, REQUEST, 2)]
+        link = home.start()
+        link.send(add(kept[0], "opens the store", FAR))
+        link.send(delete_all(kept[0]))
+        link.ask()
+        link.close()
+        home.settle()
+        at_start, sizes, threads, started = home.descriptors(), [], [], time.monotonic()
+        with ThreadPoolExecutor(7) as pool:
+            tasks = [pool.submit(keep, path, random.Random(run.random.random())) for path in kept]
+            tasks += [pool.submit(come_and_go, random.Random(run.random.random()))]
+            tasks += [pool.submit(never_read), pool.submit(launch)]
+            while time.monotonic() < started + seconds and home.alive() and not any(task.done() for task in tasks):
+                time.sleep(0.1)
+                sizes.append(home.fact("VmRSS"))
+                threads.append(home.fact("Threads"))
+            over.set()
+            requests = sum(task.result() for task in tasks)
+        until(lambda: home.descriptors() == at_start and not home.children(), home.descriptors(), "descriptors left of",
+              at_start)
+        home.orderly()
+    window = len(sizes) * (seconds - warm) // seconds // 10
+    first = statistics.mean(sizes[len(sizes) * warm // seconds:][:window])
+    drift = (statistics.mean(sizes[-window:]) - first) / 1024
+    need(run.quick or requests >= 1_000_000, "only", requests, "requests")
+    need(run.quick or run.world.sanitized or abs(drift) <= 1, f"the resident size drifts by {drift:.2f} MiB")
+    need(max(threads) <= 12, max(threads), "threads")
+    return (f"{requests} requests in {seconds} s, drift {drift:+.2f} MiB of {first / 1024:.1f}, descriptors +-0, "
+            f"{max(threads)} threads at most")
 
 
 def main():

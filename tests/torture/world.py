@@ -20,7 +20,7 @@ PREFIX = "LGCDSCHEDULER_" + IDENTIFIER
 FAR = 2_000_000_000  # a moment that no run reaches; small enough for every build
 FAULT = 154          # what a parent sees of the status 666
 BOUND = 2.5          # seconds that an ending may take
-PATIENCE = 20        # seconds for what has no bound of its own on a busy machine
+PATIENCE = 60        # seconds for what has no bound of its own on a busy machine
 
 MESSAGE, REQUEST, REPLY = 1, 2, 3
 NONE, ALLOCATION, STORE, LOCK, DESCRIPTOR = range(5)
@@ -34,6 +34,13 @@ class Trouble(Exception):
 def need(condition, *what):
     if not condition:
         raise Trouble(" ".join(str(word) for word in what))
+
+
+def until(condition, *what, patience=PATIENCE):
+    end = time.monotonic() + patience
+    while not condition():
+        need(time.monotonic() < end, *what)
+        time.sleep(0.005)
 
 
 # ---- Frames
@@ -153,20 +160,43 @@ class Home:
         self.run, self.data = self.path / "run", self.path / "data"
         for folder in (self.run, self.data):
             folder.mkdir(mode=0o700)
-        self.hello = self.path / "hello"
-        self.stay = 0.2  # seconds for which an application that the helper launched goes on
+        (self.path / "reports").mkdir()
+        os.mkfifo(self.path / "hold")
+        self.hold = None
         self.plan = Plan(self.path / "plan")
 
-    def app(self, name="Orvin"):
-        """The path of an installed main application that does not run."""
+    def app(self, name="Orvin", script=False, executable="Orvin"):
+        """The path of an installed main application that does not run. Its program, or that of its script, reports what
+        it was born with, and stays while the applications are held."""
         path = self.path / name / "Orvin.app"
         if not path.exists():
-            shutil.copytree(self.world.bundle, path)
+            file = path / "Contents/MacOS/Orvin"
+            file.parent.mkdir(parents=True)
+            plist = self.world.plist.replace("<string>Orvin<", f"<string>{executable}<", 1)
+            (path / "Contents/Info.plist").write_text(plist)
+            if script:
+                file.write_text(f"#!/bin/sh\n{self.world.probe}\nexit\n")
+                file.chmod(0o755)
+            else:
+                os.link(self.world.probe, file)
         return str(path)
+
+    def hold_applications(self):
+        self.hold = os.open(self.path / "hold", os.O_RDWR)
+
+    def release_applications(self):
+        if self.hold is not None:
+            os.close(self.hold)
+        self.hold = None
+
+    def reports(self):
+        """{pid: what it wrote} of the applications that the helper launched."""
+        return {int(file.name.partition("-")[2]): file.read_text()
+                for file in (self.path / "reports").glob("report-*")}
 
     def environment(self, shim):
         own = {"HOME": self.path, "XDG_RUNTIME_DIR": self.run, "XDG_DATA_HOME": self.data,
-               "ORVIN_HELLO": self.hello, "ORVIN_STAY": self.stay}
+               "PROBE_REPORT": self.path / "reports/report", "PROBE_HOLD": self.path / "hold"}
         if shim:  # the shim stands before the sanitizers' own library and calls on to it
             own |= {"LD_PRELOAD": self.world.shim, "TORTURE_PLAN": self.plan.path, "ASAN_OPTIONS":
                     "verify_asan_link_order=0:allocator_may_return_null=1:detect_leaks=1:handle_segv=0:handle_sigbus=0"
@@ -185,8 +215,9 @@ class Home:
         self.until_reply = time.monotonic() - started
         return link
 
-    def find(self, patience=PATIENCE):
-        until = time.monotonic() + patience
+    def find(self, must=True):
+        """A connection on which the helper has answered; unless it must, none when it rests without a service."""
+        end = time.monotonic() + PATIENCE
         while True:
             try:
                 link = Link(self)
@@ -194,8 +225,14 @@ class Home:
                 return link
             except OSError as error:
                 need(self.helper.poll() is None, "the helper ended with", self.helper.returncode, self.complaint())
-                need(time.monotonic() < until, "no answer:", error)
+                need(time.monotonic() < end, "no answer:", error)
+                if not must and self.rests():
+                    return None
                 time.sleep(0.002)
+
+    def rests(self):
+        """True when it has started and nothing in it runs."""
+        return self.alive() and self.fact("Threads") > 2 and self.idle()
 
     def complaint(self):
         return (self.path / "errors").read_text(errors="replace")[-3000:]
@@ -236,9 +273,7 @@ class Home:
         return True
 
     def settle(self, *links):
-        until = time.monotonic() + PATIENCE
-        while not self.idle(*links):
-            need(time.monotonic() < until, "the helper does not come to rest")
+        until(lambda: self.idle(*links), "the helper does not come to rest")
 
     def fact(self, name):
         """A line of the helper's status as a number: "VmRSS" in KiB, "Threads"."""
@@ -270,6 +305,7 @@ class Home:
             return {}
         database = sqlite3.connect(f"file:{self.store}?mode=ro", uri=True, timeout=10)
         try:
+            database.execute("BEGIN")  # all of it as it is at one moment
             health = database.execute("PRAGMA integrity_check").fetchall()
             need(health == [("ok",)], "integrity:", health)
             if not database.execute("SELECT 1 FROM sqlite_schema").fetchone():
@@ -287,10 +323,8 @@ class Home:
         return {(row["APP_PATH"], row["SKED_NAME"]): Schedule(row["START_TIME"], bool(row["IS_DAILY"]),
                                                               row["WEEKDAY_MASK"]) for row in with_rows.values()}
 
-    def greetings(self):
-        return self.hello.read_text().count("\n") if self.hello.exists() else 0
-
     def close(self):
+        self.release_applications()
         if self.helper is not None and self.alive():
             self.helper.kill()
             self.helper.wait()
@@ -336,15 +370,15 @@ class World:
         self.helper = build / "app/schedulehelper"
         self.sanitized = b"__asan_init" in self.helper.read_bytes()
         self.shim = build / "tests/torture/libtorture_shim.so"
-        self.bundle = build / "examples/Orvin/script/Orvin.app"
+        bundle = build / "examples/Orvin/script/Orvin.app"
+        self.plist = (bundle / "Contents/Info.plist").read_text()
         self.path = Path(tempfile.mkdtemp(prefix="torture."))
-        shutil.copytree(self.bundle, self.path / "Running/Orvin.app")
+        self.probe = shutil.copy2(build / "tests/platform/launched_probe", self.path / "probe")
+        shutil.copytree(bundle, self.path / "Running/Orvin.app")
         self.orvin = subprocess.Popen([self.path / "Running/Orvin.app/Contents/MacOS/Orvin"],
                                       env=os.environ | {"ORVIN_STAY": "100000", "ORVIN_HELLO": "/dev/null"})
-        until = time.monotonic() + PATIENCE
-        while b"Orvin.app" not in Path(f"/proc/{self.orvin.pid}/cmdline").read_bytes():
-            need(time.monotonic() < until, "the main application does not start")
-            time.sleep(0.01)
+        until(lambda: b"Orvin.app" in Path(f"/proc/{self.orvin.pid}/cmdline").read_bytes(),
+              "the main application does not start")
 
     def close(self):
         self.orvin.kill()
