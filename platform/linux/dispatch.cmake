@@ -13,6 +13,7 @@ add_library(platform_core STATIC
     thread.cpp
     timer_heap.cpp
     timer_service.cpp
+    timer_set.cpp
     timer_source.cpp
     worker_pool.cpp
 )

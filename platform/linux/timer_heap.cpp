@@ -34,9 +34,9 @@ void TimerHeap::insert(const Slot& slot) noexcept {
 }
 
 bool TimerHeap::remove(dispatch_source_s* source) noexcept {
-    const size_t position = source->heapPosition;
+    const size_t position = source->place;
     if (position == kNowhere) return false;
-    source->heapPosition = kNowhere;
+    source->place = kNowhere;
     const Slot last = slots_.back();
     slots_.pop_back();
     if (position == slots_.size()) return true;
@@ -50,7 +50,7 @@ bool TimerHeap::remove(dispatch_source_s* source) noexcept {
 
 void TimerHeap::place(size_t position, const Slot& slot) noexcept {
     slots_[position] = slot;
-    slot.source->heapPosition = static_cast<uint32_t>(position);
+    slot.source->place = static_cast<uint32_t>(position);
 }
 
 void TimerHeap::moveUp(size_t position, const Slot& slot) noexcept {

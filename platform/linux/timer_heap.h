@@ -1,4 +1,4 @@
-// The armed timer sources, earliest first; equal deadlines in order of arming.
+// Timer sources by deadline, earliest first; equal deadlines in order of arming.
 //
 // A 4-ary heap in one vector: a slot carries what is compared, so that moving about does not touch the sources but for
 // their back-index, and four children share two cache lines. Not synchronised.
@@ -25,6 +25,7 @@ class TimerHeap {
     /// Makes room for `count` sources in all, so that no later insert needs memory. False when there is none.
     [[nodiscard]] bool reserve(size_t count) noexcept;
     [[nodiscard]] size_t capacity() const { return slots_.capacity(); }
+    [[nodiscard]] bool empty() const { return slots_.empty(); }
 
     /// The source must not be in the heap. Allocates nothing within the reserved room.
     void insert(const Slot& slot) noexcept;

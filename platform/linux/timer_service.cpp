@@ -47,49 +47,61 @@ TimerService& TimerService::shared() {
 }
 
 bool TimerService::admit() noexcept {
-    const size_t count = sources_.fetch_add(1, std::memory_order_relaxed) + 1;
+    // In this order: whoever is counted as dismissed here is counted as admitted below.
+    const size_t dismissed = dismissed_.load(std::memory_order_acquire);
+    const size_t count = admitted_.fetch_add(1, std::memory_order_acq_rel) + 1 - dismissed;
     if (count <= room_.load(std::memory_order_relaxed)) return true;
     const std::lock_guard lock(mutex_);
-    if (!heap_.reserve(count)) {
-        dismiss();
+    if (!armed_.reserve(count)) {
+        dismissLocked();
         return false;
     }
-    room_.store(heap_.capacity(), std::memory_order_relaxed);
+    room_.store(armed_.room(), std::memory_order_relaxed);
     return true;
 }
 
-void TimerService::setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept {
+void TimerService::dismiss() noexcept {
     const std::lock_guard lock(mutex_);
-    heap_.remove(source);
-    source->deadline = start == DISPATCH_TIME_NOW ? timerNow() : start;
-    source->interval = interval == 0 ? kNever : interval;
-    source->occurrences.store(0, std::memory_order_relaxed);
+    dismissLocked();
+}
+
+void TimerService::dismissLocked() noexcept {
+    dismissed_.store(dismissed_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
+void TimerService::setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept {
+    const uint64_t deadline = start == DISPATCH_TIME_NOW ? timerNow() : start;
+    if (!source->resumed.load(std::memory_order_acquire)) {
+        source->set(deadline, interval);
+        return;
+    }
+    const std::lock_guard lock(mutex_);
+    armed_.remove(source);
+    source->set(deadline, interval);
     armLocked(source);
 }
 
 void TimerService::resume(dispatch_source_s* source) noexcept {
     const std::lock_guard lock(mutex_);
-    assert(!source->resumed && "resumed twice");
-    if (source->resumed) return;
-    source->resumed = true;
+    assert(!source->resumed.load(std::memory_order_relaxed) && "resumed twice");
+    if (source->resumed.load(std::memory_order_relaxed)) return;
+    source->resumed.store(true, std::memory_order_release);
     armLocked(source);
 }
 
-void TimerService::disarm(dispatch_source_s* source) noexcept {
+void TimerService::cancel(dispatch_source_s* source) noexcept {
+    if (source->isCancelled()) return;  // and if not, the source has come from far memory before the lock is held
     const std::lock_guard lock(mutex_);
-    heap_.remove(source);
+    if (!source->markCancelled()) return;
+    armed_.remove(source);
+    dismissLocked();
 }
 
 void TimerService::armLocked(dispatch_source_s* source) noexcept {
-    const bool cancelled = (source->state.load(std::memory_order_relaxed) & dispatch_source_s::kCancelled) != 0;
-    if (cancelled || !source->resumed) return;
+    if (source->isCancelled() || !source->resumed.load(std::memory_order_relaxed)) return;
     source->order = nextOrder_++;
-    insertLocked(source);
-}
-
-void TimerService::insertLocked(dispatch_source_s* source) noexcept {
     if (source->deadline == kNever) return;
-    heap_.insert({source->deadline, source->order, source});
+    armed_.insert(source);
     if (source->deadline < programmed_) programLocked(source->deadline);
 }
 
@@ -130,19 +142,18 @@ bool TimerService::fireDue() noexcept {
 
 size_t TimerService::collectDue(uint64_t now, Due (&batch)[kBatch]) noexcept {
     const std::lock_guard lock(mutex_);
-    size_t count = 0;
-    const TimerHeap::Slot* first = heap_.first();
-    while (count < kBatch && first != nullptr && first->deadline <= now) {
-        dispatch_source_s* source = first->source;
-        heap_.remove(source);
-        if (takeFirst(source, now, batch[count])) {
-            ++count;
-            if (source->deadline != kNever) heap_.insert({source->deadline, source->order, source});
+    for (size_t count = 0; count < kBatch;) {
+        dispatch_source_s* source = armed_.first();
+        if (source == nullptr || source->deadline > now) {
+            programForFirstLocked();
+            return count;
         }
-        first = heap_.first();
+        armed_.remove(source);
+        if (!takeFirst(source, now, batch[count])) continue;
+        ++count;
+        if (source->deadline != kNever) armed_.insert(source);
     }
-    if (count < kBatch) programLocked(first != nullptr ? first->deadline : kNever);
-    return count;
+    return kBatch;
 }
 
 /// False when the source's last reference is gone: whoever dropped it is waiting for the lock, to take it out itself.
@@ -165,7 +176,11 @@ void TimerService::waitForCalls() noexcept {
 
 void TimerService::clockChanged() noexcept {
     const std::lock_guard lock(mutex_);
-    const TimerHeap::Slot* first = heap_.first();
+    programForFirstLocked();
+}
+
+void TimerService::programForFirstLocked() noexcept {
+    const dispatch_source_s* first = armed_.first();
     programLocked(first != nullptr ? first->deadline : kNever);
 }
 

@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/linux/clock.h"
 #include "platform/linux/timer_service.h"
 
 struct dispatch_source_type_s {};
@@ -13,7 +14,7 @@ const dispatch_source_type_s _dispatch_source_type_timer{};
 
 using runtime::TimerService;
 
-static_assert(sizeof(dispatch_source_s) + sizeof(runtime::TimerHeap::Slot) <= 200, "a million armed sources");
+static_assert(sizeof(dispatch_source_s) + runtime::TimerSet::kBytesPerSource <= 200, "a million armed sources");
 
 namespace {
 
@@ -26,7 +27,7 @@ uint32_t change(std::atomic<uint32_t>& state, Step step) noexcept {
     return old;
 }
 
-bool isCancelled(uint32_t state) {
+bool hasCancelled(uint32_t state) {
     return (state & dispatch_source_s::kCancelled) != 0;
 }
 
@@ -41,7 +42,6 @@ dispatch_source_s::dispatch_source_s(dispatch_queue_t target) : Job(fire), queue
 }
 
 dispatch_source_s::~dispatch_source_s() {
-    TimerService::shared().dismiss();
     queue->release();
 }
 
@@ -54,14 +54,34 @@ bool dispatch_source_s::retainIfAlive() noexcept {
 }
 
 void dispatch_source_s::release() noexcept {
-    if (references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    if ((state.load(std::memory_order_relaxed) & kCancelled) == 0) TimerService::shared().disarm(this);
+    // Out of the set, and with no reference but the caller's: nobody can come by another one, nothing is left to agree.
+    const bool alone = isCancelled() && references.load(std::memory_order_acquire) == 1;
+    if (!alone && references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    TimerService::shared().cancel(this);
     delete this;
+}
+
+/// A running or queued call changes the state without the lock; an idle source leaves that phase under it only.
+bool dispatch_source_s::markCancelled() noexcept {
+    const uint32_t old = state.load(std::memory_order_relaxed);
+    if (hasCancelled(old)) return false;
+    if ((old & kPhase) == kIdle) {
+        state.store(old | kCancelled, std::memory_order_release);
+    } else {
+        state.fetch_or(kCancelled, std::memory_order_acq_rel);
+    }
+    return true;
+}
+
+void dispatch_source_s::set(uint64_t start, uint64_t every) noexcept {
+    deadline = start;
+    interval = every == 0 ? runtime::kNever : every;
+    occurrences.store(0, std::memory_order_relaxed);
 }
 
 bool dispatch_source_s::noteOccurrences(uint64_t count) noexcept {
     occurrences.fetch_add(count, std::memory_order_relaxed);
-    const auto mayQueue = [](uint32_t s) { return (s & kPhase) == kIdle && !isCancelled(s); };
+    const auto mayQueue = [](uint32_t s) { return (s & kPhase) == kIdle && !hasCancelled(s); };
     const uint32_t old =
         change(state, [&](uint32_t s) { return (mayQueue(s) ? withPhase(s, kQueued) : s) | kWaiting; });
     if (!mayQueue(old)) return false;
@@ -72,13 +92,13 @@ bool dispatch_source_s::noteOccurrences(uint64_t count) noexcept {
 /// Queued to running, unless the source was cancelled meanwhile.
 bool dispatch_source_s::beginCall() noexcept {
     const uint32_t old = change(
-        state, [](uint32_t s) { return isCancelled(s) ? withPhase(s, kIdle) : withPhase(s, kRunning) & ~kWaiting; });
-    return !isCancelled(old);
+        state, [](uint32_t s) { return hasCancelled(s) ? withPhase(s, kIdle) : withPhase(s, kRunning) & ~kWaiting; });
+    return !hasCancelled(old);
 }
 
 /// Running to idle, or to queued when something fell due meanwhile (true: post it again).
 bool dispatch_source_s::endCall() noexcept {
-    const auto again = [](uint32_t s) { return (s & kWaiting) != 0 && !isCancelled(s); };
+    const auto again = [](uint32_t s) { return (s & kWaiting) != 0 && !hasCancelled(s); };
     const uint32_t old = change(state, [&](uint32_t s) { return withPhase(s, again(s) ? kQueued : kIdle); });
     return again(old);
 }
@@ -128,8 +148,7 @@ unsigned long dispatch_source_get_data(dispatch_source_t source) {
 }
 
 void dispatch_source_cancel(dispatch_source_t source) {
-    const uint32_t old = source->state.fetch_or(dispatch_source_s::kCancelled, std::memory_order_acq_rel);
-    if ((old & dispatch_source_s::kCancelled) == 0) TimerService::shared().disarm(source);
+    TimerService::shared().cancel(source);
 }
 
 void dispatch_resume(dispatch_source_t source) {

@@ -7,26 +7,36 @@
 // end of the running call sees it and queues the source again.
 //
 // The queued job is the source itself, and whoever leaves the idle phase holds a reference until it is idle again.
-// Deadlines and the heap are guarded by the service's lock.
+// Deadlines and the set are guarded by the service's lock, and so is leaving the idle phase.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
 #include "platform/linux/runtime.h"
-#include "platform/linux/timer_heap.h"
+#include "platform/linux/timer_set.h"
 
 struct dispatch_source_s final : runtime::Job {
     explicit dispatch_source_s(dispatch_queue_t target);
     ~dispatch_source_s();
 
-    /// False when the last reference is gone already: the source is on its way out of the heap.
+    /// False when the last reference is gone already: the source is on its way out of the set.
     [[nodiscard]] bool retainIfAlive() noexcept;
     void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept;
 
-    /// Adds occurrences; true when the caller has to post the source (a reference is taken for that).
+    /// Adds occurrences; true when the caller has to post the source (a reference is taken for that). This and the two
+    /// steps that follow are taken under the service's lock; `set` without it as long as nobody has resumed the source.
     [[nodiscard]] bool noteOccurrences(uint64_t count) noexcept;
+
+    /// False when the source was cancelled before.
+    bool markCancelled() noexcept;
+    /// Takes a deadline, and an interval or 0 for none; what has fallen due so far is forgotten.
+    void set(uint64_t start, uint64_t every) noexcept;
+
+    [[nodiscard]] bool isCancelled() const noexcept {
+        return (state.load(std::memory_order_acquire) & kCancelled) != 0;
+    }
 
     static void fire(Job* job);
 
@@ -35,17 +45,17 @@ struct dispatch_source_s final : runtime::Job {
 
     std::atomic<uint32_t> references{1};
     std::atomic<uint32_t> state{kIdle};
-    std::atomic<uint64_t> occurrences{0};
     dispatch_queue_t queue;
+    std::atomic<uint64_t> occurrences{0};
     dispatch_block_t handler;
     unsigned long data = 0;  // occurrences of the running call; touched by that call only
 
-    // Under the service's lock.
+    // Under the service's lock, once the source was resumed.
     uint64_t deadline = DISPATCH_TIME_FOREVER;
     uint64_t interval = DISPATCH_TIME_FOREVER;
     uint64_t order = 0;
-    uint32_t heapPosition = runtime::TimerHeap::kNowhere;
-    bool resumed = false;
+    uint32_t place = runtime::TimerHeap::kNowhere;  // the set's
+    std::atomic<bool> resumed{false};               // once and for all
 
   private:
     [[nodiscard]] bool beginCall() noexcept;

@@ -2,10 +2,11 @@
 #include <gtest/gtest.h>
 #include <platform_testing.h>
 
-#include <algorithm>
 #include <atomic>
+#include <compare>
+#include <map>
 #include <memory>
-#include <new>
+#include <random>
 #include <semaphore>
 #include <vector>
 
@@ -68,31 +69,87 @@ TEST(TimerSource, FiresInStepWithTheClock) {
     }
 }
 
-TEST(TimerSource, FiresByDeadlineAndEqualOnesInOrderOfArming) {
-    constexpr size_t kSources = 10'000;
-    ManualClock clock;
-    runtime::SerialQueue queue(nullptr);
-    std::vector<std::unique_ptr<Timer>> timers;
-    std::vector<size_t> fired, expected(kSources);
-    const dispatch_time_t base = dispatch_time(DISPATCH_TIME_NOW, 1);
-    const auto delay = [](size_t i) { return i * 7919 % 13; };
-    for (size_t i = 0; i < kSources; ++i) {
-        timers.push_back(std::make_unique<Timer>(&queue, [&fired, i] { fired.push_back(i); }));
-        timers.back()->arm(base + delay(i), 13);
-        expected[i] = i;
+/// Sources beside what they ought to be: an ordered map from deadline and order of arming to a number.
+class Modelled {
+  public:
+    explicit Modelled(uint64_t span) : span_(span) {}
+
+    uint64_t any(uint64_t below) { return random_() % below; }
+
+    void add() {
+        const size_t number = timers_.size();
+        timers_.push_back(std::make_unique<Timer>(&queue_, [this, number] { fired_.push_back(number); }));
+        keys_.emplace_back();
+        set(number, any(4) == 0 ? 1 + any(span_) : DISPATCH_TIME_FOREVER);
+        dispatch_resume(timers_[number]->source);
     }
-    const auto earlier = [&](size_t a, size_t b) { return delay(a) < delay(b); };
-    std::stable_sort(expected.begin(), expected.end(), earlier);
-    for (int round = 0; round < 2; ++round) {
-        fired.clear();
-        clock.advance(13);
-        EXPECT_EQ(fired, expected) << "round " << round;
+    void setAnew() { set(any(timers_.size()), DISPATCH_TIME_FOREVER); }
+    void cancel() {
+        const size_t number = any(timers_.size());
+        dispatch_source_cancel(timers_[number]->source);
+        model_.erase(keys_[number]);
     }
-    for (size_t i = 0; i < kSources; i += 3) dispatch_source_cancel(timers[i]->source);
-    std::erase_if(expected, [](size_t i) { return i % 3 == 0; });
-    fired.clear();
-    clock.advance(13);
-    EXPECT_EQ(fired, expected) << "a third cancelled";
+    void advance() {
+        const uint64_t step = any(span_ / 8 + 2);
+        now_ += step;
+        std::vector<size_t> expected;
+        for (auto due = model_.begin(); due != model_.end() && due->first.deadline <= now_; due = model_.begin()) {
+            auto entry = model_.extract(due);
+            expected.push_back(entry.mapped().number);
+            if (entry.mapped().interval == DISPATCH_TIME_FOREVER) continue;
+            uint64_t& deadline = entry.key().deadline;
+            while (deadline <= now_) deadline += entry.mapped().interval;
+            keys_[expected.back()] = entry.key();
+            model_.insert(std::move(entry));
+        }
+        fired_.clear();
+        clock_.advance(step);
+        ASSERT_EQ(fired_, expected);
+    }
+
+  private:
+    struct Key {
+        uint64_t deadline = 0;
+        uint64_t order = 0;
+        auto operator<=>(const Key&) const = default;
+    };
+    struct Entry {
+        size_t number;
+        uint64_t interval;
+    };
+    void set(size_t number, uint64_t interval) {
+        const bool cancelled = timers_[number]->source->isCancelled();
+        model_.erase(keys_[number]);
+        keys_[number] = {now_ + 1 + any(span_), ++order_};
+        dispatch_source_set_timer(timers_[number]->source, keys_[number].deadline, interval, 0);
+        if (!cancelled) model_[keys_[number]] = {number, interval};
+    }
+
+    ManualClock clock_;
+    runtime::SerialQueue queue_{nullptr};
+    std::mt19937_64 random_{2026};
+    const uint64_t span_;  // of the deadlines
+    uint64_t now_ = dispatch_time(DISPATCH_TIME_NOW, 0);
+    uint64_t order_ = 0;
+    std::vector<std::unique_ptr<Timer>> timers_;
+    std::vector<Key> keys_;
+    std::map<Key, Entry> model_;
+    std::vector<size_t> fired_;
+};
+
+TEST(TimerSource, FiresAsAnOrderedMapWould) {
+    for (uint64_t span : {13ULL, 10'000ULL, 604'800'000'000'000ULL}) {
+        SCOPED_TRACE(span);
+        Modelled sources(span);
+        for (int i = 0; i < 1'000; ++i) sources.add();
+        for (int step = 0; step < 6'000 && !testing::Test::HasFatalFailure(); ++step) {
+            const uint64_t choice = sources.any(16);
+            if (choice < 5) sources.add();
+            if (choice >= 5 && choice < 9) sources.cancel();
+            if (choice >= 9 && choice < 14) sources.setAnew();
+            if (choice >= 14) sources.advance();
+        }
+    }
 }
 
 TEST(TimerSource, CoalescesWhatFallsDueWhileItsHandlerRuns) {

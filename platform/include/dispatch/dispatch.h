@@ -70,6 +70,7 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t type, uintptr_t 
 /// First firing at `start`, then every `interval` nanoseconds (counted from `start`, so a late firing does not shift
 /// the later ones). `interval` DISPATCH_TIME_FOREVER (or 0) fires once and leaves the source alive; `start`
 /// DISPATCH_TIME_FOREVER never fires. A source never fires early; `leeway` is a permission to be late and is not used.
+/// Callable from any thread once the source was resumed; before that, by whoever is setting it up.
 void dispatch_source_set_timer(dispatch_source_t source, dispatch_time_t start, uint64_t interval, uint64_t leeway);
 
 /// The block that runs at each firing; destroyed with the source, never while it runs. Set before the first resume. The
