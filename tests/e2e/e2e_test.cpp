@@ -173,32 +173,6 @@ TEST_F(EndToEnd, NoServiceIsOfferedWhenTheApplicationDoesNotRun) {
     EXPECT_FALSE(fs::exists(Socket()));
 }
 
-TEST_F(EndToEnd, ManyClientsAtOnce) {
-    for (const int clients : {2, 20}) {
-        Client first;
-        Start(first);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < clients; ++i) {
-            threads.emplace_back([this, i] {
-                Client client;
-                ASSERT_TRUE(client.Find());
-                const std::string name = "client" + std::to_string(i);
-                for (int k = 0; k < 5; ++k) client.Tell(NewSchedule(name + "." + std::to_string(k)));
-                const std::string last = name + ".4";
-                client.Tell(Of(bundle_, {Text(kKeyDeleteName, last)}));
-                EXPECT_EQ(client.Ask(Of(bundle_, {Flag(kKeyNewConnection)})), kKnown);
-                EXPECT_EQ(client.Ask({Flag(kKeyShutdownQuestion)}), kHolds);
-            });
-        }
-        for (std::thread& thread : threads) thread.join();
-        EXPECT_EQ(Records(), 4 * clients);
-        first.Tell(Of(bundle_, {Flag(kKeyDeleteAll)}));
-        EXPECT_EQ(first.Ask({Flag(kKeyShutdownQuestion)}), kMayGo);
-        EXPECT_EQ(first.Ask({Flag(kKeyShutdown)}), "gone");
-        EXPECT_EQ(helper_->Status(), 0);
-    }
-}
-
 TEST_F(EndToEnd, ABurstIsStoredWholeThoughItsSenderIsGone) {
     Client client;
     Start(client);

@@ -215,8 +215,8 @@ class Home:
         self.until_reply = time.monotonic() - started
         return link
 
-    def find(self, must=True):
-        """A connection on which the helper has answered; unless it must, none when it rests without a service."""
+    def find(self, unless=lambda: False):
+        """A connection on which the helper has answered, or none."""
         end = time.monotonic() + PATIENCE
         while True:
             try:
@@ -226,7 +226,7 @@ class Home:
             except OSError as error:
                 need(self.helper.poll() is None, "the helper ended with", self.helper.returncode, self.complaint())
                 need(time.monotonic() < end, "no answer:", error)
-                if not must and self.rests():
+                if unless():
                     return None
                 time.sleep(0.002)
 
