@@ -62,6 +62,17 @@ TEST(Arming, AgreesWithSteppingInEveryZone) {
     }
 }
 
+TEST(Arming, EveryMaskOnEveryWeekdayAroundTheTimeOfDay) {
+    const ZoneRule& zone = kZones[1];
+    const LocalZone local(zone.name);
+    for (int64_t day = 0; day < 7; ++day) {
+        const int64_t now = DaysFromCivil(2026, 11, 22) * 86400 + day * 86400 + 43200;
+        for (const int64_t ahead : {-10800, -1, 0, 1, 10800}) {
+            for (unsigned mask = 0; mask < 128; ++mask) CheckPlans(zone, now, now + ahead, mask);
+        }
+    }
+}
+
 TEST(Arming, FarMomentsAndMomentsWithoutACalendarForm) {
     const LocalZone local("UTC");
     const auto once = [](int64_t now, long start) {
