@@ -39,8 +39,6 @@ class StoreReader {
   public:
     explicit StoreReader(const std::string& path = standardPath());
     ~StoreReader();
-    StoreReader(StoreReader&&) noexcept;
-    StoreReader& operator=(StoreReader&&) noexcept;
 
     [[nodiscard]] ReadResult result() const { return result_; }
     /// A defaults object that holds what was read. Setting on it changes nothing but the object; its `synchronize`

@@ -67,8 +67,6 @@ StoreReader::StoreReader(const std::string& path)
 }
 
 StoreReader::~StoreReader() = default;
-StoreReader::StoreReader(StoreReader&&) noexcept = default;
-StoreReader& StoreReader::operator=(StoreReader&&) noexcept = default;
 
 NSUserDefaults::Value StoreReader::objectForKey(std::string_view key) const {
     return defaults_->objectForKey(key);

@@ -182,10 +182,6 @@ void IoLoop::postAt(dispatch_time_t deadline, Job* job) noexcept {
     }
 }
 
-bool IoLoop::isCurrent() const noexcept {
-    return onIoThread;
-}
-
 void createIoLoop() {
     theLoop = new IoLoop;
 }

@@ -124,8 +124,6 @@ class IoLoop {
     /// Runs `job` on the io thread once `deadline` has passed. On the io thread only; not cancellable. Few at a time.
     void postAt(dispatch_time_t deadline, Job* job) noexcept;
 
-    [[nodiscard]] bool isCurrent() const noexcept;
-
     IoLoop(const IoLoop&) = delete;
     IoLoop& operator=(const IoLoop&) = delete;
 
