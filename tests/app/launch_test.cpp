@@ -19,19 +19,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A copy of the example bundle under the temporary home, with another version text if one is given.
-std::string MakeBundle(const char* source, const std::string& place, const std::string& version = "") {
+/// A copy of the example bundle under the temporary home, with one text of its information dictionary replaced.
+std::string MakeBundle(const char* source, const std::string& place, const std::string& text = "",
+                       const std::string& by = "") {
     const fs::path bundle = fs::path(std::getenv("HOME")) / place;
     fs::remove_all(bundle);
     fs::create_directories(bundle.parent_path());
     fs::copy(source, bundle, fs::copy_options::recursive);
-    if (version.empty()) return bundle.string();
     std::ifstream in(bundle / "Contents/Info.plist");
-    std::string text{std::istreambuf_iterator<char>(in), {}};
+    std::string plist{std::istreambuf_iterator<char>(in), {}};
     in.close();
-    text.replace(text.find("2.13"), 4, version == "none" ? "" : version);
-    if (version == "none") text.replace(text.find("CFBundleVersion"), 15, "Other");
-    std::ofstream(bundle / "Contents/Info.plist") << text;
+    std::ofstream(bundle / "Contents/Info.plist") << plist.replace(plist.find(text), text.size(), by);
     return bundle.string();
 }
 
@@ -86,9 +84,9 @@ TEST(Launch, VersionsAreReadAsTwoNumbers) {
                         {" 2.13", true, 2, 13},
                         {".13", true, 0, 13},
                         {"99999999999.1", true, 2147483647, 1},
-                        {"none", false, -7, -7}};
+                        {"", false, -7, -7}};
     for (const Row& row : rows) {
-        const std::string path = MakeBundle(ORVIN_SCRIPT_BUNDLE, "Version.app", row.text);
+        const std::string path = MakeBundle(ORVIN_SCRIPT_BUNDLE, "Version.app", "2.13", row.text);
         const CFStringRef text = CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8);
         const CFURLRef url = CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, true);
         const LCFBundle bundle(CFBundleCreate(kCFAllocatorDefault, url));
@@ -113,8 +111,8 @@ TEST(Launch, OnlyTheServedVersionAndOnlyOnce) {
         SCOPED_TRACE(source);
         ASSERT_TRUE(NobodyRuns());
         EXPECT_FALSE(helper.isMainAppRunning());
-        launch(MakeBundle(source, "newer/Orvin.app", "2.14"));
-        launch(MakeBundle(source, "none/Orvin.app", "none"));
+        launch(MakeBundle(source, "newer/Orvin.app", "2.13", "2.14"));
+        launch(MakeBundle(source, "none/Orvin.app", "CFBundleVersion", "Other"));
         launch("/nonexistent/Orvin.app");
         const std::string bundle = MakeBundle(source, "at/Orvin.app");
         launch(bundle);
@@ -126,20 +124,15 @@ TEST(Launch, OnlyTheServedVersionAndOnlyOnce) {
         fs::create_directory_symlink(bundle, link);
         launch(link);
         fs::remove(link);
-        launch(MakeBundle(source, "copy/Orvin.app", "2.13.4"));  // another copy is another
+        launch(MakeBundle(source, "copy/Orvin.app", "2.13", "2.13.4"));  // another copy is another
         EXPECT_EQ(RunningFolders(2), "at copy");
         EndAll();
     }
 }
 
 TEST(Launch, AnotherNameIsNotTheMainApplication) {
-    const std::string bundle = MakeBundle(ORVIN_SCRIPT_BUNDLE, "named/Orvin.app");
-    std::ifstream in(bundle + "/Contents/Info.plist");
-    std::string text{std::istreambuf_iterator<char>(in), {}};
-    in.close();
     const std::string name = "<key>CFBundleName</key>\n    <string>Orvin";
-    text.replace(text.find(name), name.size(), name + "a");
-    std::ofstream(bundle + "/Contents/Info.plist") << text;
+    const std::string bundle = MakeBundle(ORVIN_SCRIPT_BUNDLE, "named/Orvin.app", name, name + "a");
     ASSERT_TRUE(NobodyRuns());
     LScheduleHelper helper;
     helper.launchMainApp(kMainAppBundleId, bundle.c_str());

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +10,7 @@
 #include "base/LFile.h"
 #include "charsets_reference.h"
 #include "guarded.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
@@ -195,17 +195,12 @@ TEST(Paths, NamesThatPeopleType) {
 
 class PathsOnDisk : public testing::Test {
   protected:
-    PathsOnDisk() {
-        std::string place = (std::filesystem::temp_directory_path() / "paths").string() + std::string(6, 'X');
-        folder_ = mkdtemp(place.data());
-    }
-    ~PathsOnDisk() override { std::filesystem::remove_all(folder_); }
-
     std::string unique(const std::string& folder, const std::string& name) {
         return into(LFile::MakeUniqueOrderedFilePath, folder.c_str(), name.c_str(), ".mov");
     }
 
-    std::string folder_;
+    const TemporaryFolder temporary_;
+    const std::string folder_ = temporary_.path();
 };
 
 TEST_F(PathsOnDisk, UniquePaths) {

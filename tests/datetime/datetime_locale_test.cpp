@@ -2,13 +2,13 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "datetime/LDateTime.h"
 #include "datetime/LDateTimeFields.h"
 #include "local_zone.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
@@ -26,24 +26,16 @@ TEST(DateOrder, OfADateFormat) {
 /// Three real locales, compiled by this test from the C library's sources.
 class LocaleOrder : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = std::filesystem::temp_directory_path() / "locales-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        folder_ = pattern;
-        setenv("LOCPATH", folder_.c_str(), 1);
-    }
-    void TearDown() override {
-        unsetenv("LOCPATH");
-        std::filesystem::remove_all(folder_);
-    }
+    void SetUp() override { setenv("LOCPATH", folder_.path().c_str(), 1); }
+    void TearDown() override { unsetenv("LOCPATH"); }
     bool Compile(const std::string& name) {
         const std::string command =
-            "localedef -i " + name + " -f UTF-8 '" + (folder_ / (name + ".UTF-8")).string() + "' >/dev/null 2>&1";
+            "localedef -i " + name + " -f UTF-8 '" + (folder_ / (name + ".UTF-8")) + "' >/dev/null 2>&1";
         return std::system(command.c_str()) == 0;
     }
 
   private:
-    std::filesystem::path folder_;
+    TemporaryFolder folder_;
 };
 
 /// What a process that lives in `locale` reads and writes; ends the process with the number of the first wrong row. A

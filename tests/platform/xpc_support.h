@@ -23,6 +23,7 @@
 
 #include "platform/linux/unique_fd.h"
 #include "platform/linux/wire_format.h"
+#include "tests/support/TemporaryFolder.h"
 
 using Bytes = std::string;
 
@@ -88,23 +89,17 @@ inline size_t openDescriptors() {
 class RuntimeDirectory {
   public:
     explicit RuntimeDirectory(const std::string& below = "") {
-        const char* base = std::getenv("TMPDIR");
-        root_ = std::string(base != nullptr ? base : "/tmp") + "/xpc-test-XXXXXX";
-        if (mkdtemp(root_.data()) == nullptr) std::abort();
-        path = root_ + below;
+        path = root_.path() + below;
         std::filesystem::create_directories(path);
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
         setenv("XDG_RUNTIME_DIR", path.c_str(), 1);
     }
-    ~RuntimeDirectory() { std::filesystem::remove_all(root_); }
-    RuntimeDirectory(const RuntimeDirectory&) = delete;
-    RuntimeDirectory& operator=(const RuntimeDirectory&) = delete;
 
     [[nodiscard]] std::string services() const { return path + "/mach-services"; }
     std::string path;
 
   private:
-    std::string root_;
+    TemporaryFolder root_;
 };
 
 /// One reference to an object, given back at the end of the scope.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <platform_testing.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -14,6 +13,7 @@
 
 #include "scheduler/LGCDScheduler.h"
 #include "scheduler/LScheduleStore.h"
+#include "tests/support/TemporaryFolder.h"
 
 class Recorder : public LGCDScheduler {
   public:
@@ -43,14 +43,9 @@ class SchedulerTest : public testing::Test {
     static constexpr uint64_t kSecond = 1000000000;
 
     SchedulerTest() {
-        std::string pattern = std::filesystem::temp_directory_path() / "scheduler-XXXXXX";
-        if (mkdtemp(pattern.data()) == nullptr) std::abort();
-        folder = pattern;
         for (const char* name : {"/a.app", "/a.app2", "/b.app"}) std::filesystem::create_directory(folder + name);
-        app = folder + "/a.app";
         platform_testing::use_defaults_at(folder + "/defaults.sqlite3");
     }
-    ~SchedulerTest() override { std::filesystem::remove_all(folder); }
 
     static NSUserDefaults& Store() { return NSUserDefaults::standardUserDefaults(); }
     void Once(const std::string& name, long inSeconds) { Add(app, name, inSeconds, false, false, 0); }
@@ -94,8 +89,9 @@ class SchedulerTest : public testing::Test {
         return text;
     }
 
-    std::string folder;
-    std::string app;
+    const TemporaryFolder temporary;
+    const std::string folder = temporary.path();
+    const std::string app = folder + "/a.app";
     platform_testing::ManualClock clock;
     Recorder scheduler;
 };

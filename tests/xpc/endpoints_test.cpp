@@ -2,75 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
-#include <chrono>
-#include <condition_variable>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <platform_testing.h>
 
+#include "tests/support/EventSink.h"
 #include "xpc/LXPCClient.h"
 #include "xpc/LXPCServer.h"
 
 namespace {
-
-constexpr auto kPatience = std::chrono::seconds(20);
-
-/// Writes down what it is told, one line per event: "message A=1 C=3", "reply R=1", "sent", "error 2", "refused".
-class Sink : public LXPCServerEventNotify {
-  public:
-    void EvConnectionError(long connection, LXPCErrorType error) override {
-        if (onError) onError(connection);
-        Note("error " + std::to_string(error));
-    }
-    void EvMessageReceived(long connection, long message, const LList<LXPCDataListable>& items) override {
-        if (onMessage) onMessage(connection, message);
-        Note("message" + Text(items));
-    }
-    void EvReplyReceived(long /*connection*/, const LList<LXPCDataListable>& items) override {
-        if (onReply) onReply();
-        Note("reply" + Text(items));
-    }
-    void EvMessageSent(long /*connection*/) override { Note("sent"); }
-    void EvInvalidConnectionAttempt() override { Note("refused"); }
-
-    std::vector<std::string> Events() {
-        const std::lock_guard lock(mutex_);
-        return events_;
-    }
-    /// True once there are `count` events equal to `event`.
-    bool Await(const std::string& event, long count = 1) {
-        std::unique_lock lock(mutex_);
-        return arrived_.wait_for(lock, kPatience, [&] { return std::ranges::count(events_, event) >= count; });
-    }
-
-    std::function<void(long connection)> onError;
-    std::function<void(long connection, long message)> onMessage;
-    std::function<void()> onReply;
-
-  private:
-    static std::string Text(const LList<LXPCDataListable>& items) {
-        std::string text;
-        for (const LXPCDataListable& item : items)
-            text += std::string(" ") + item.name + "=" + std::to_string(item.value);
-        return text;
-    }
-    void Note(std::string event) {
-        const std::lock_guard lock(mutex_);
-        events_.push_back(std::move(event));
-        arrived_.notify_all();
-    }
-
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::vector<std::string> events_;
-};
 
 using Events = std::vector<std::string>;
 

@@ -147,7 +147,7 @@ TEST(Items, OrderIsThatOfRegistrationAndTheTailWins) {
     SetXPCDictionary(dictionary.object, items);
     Registry registry;
     registry.AddKey("A", LXPCDataTypeInt64);
-    registry.AddKey("B", LXPCDataTypeInt64);
+    registry.AddKey(LXPCDictionaryKeyListable("B", LXPCDataTypeInt64));
     registry.AddKey("C", LXPCDataTypeInt64);
     registry.AddKey("A", LXPCDataTypeBool);               // a second registration: a second item
     registry.AddKey("C", static_cast<LXPCDataType>(10));  // and one that reads nothing
