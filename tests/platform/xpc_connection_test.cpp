@@ -1,4 +1,5 @@
 // Clients and listeners in one process, over real sockets, and raw sockets in the place of either.
+#include <poll.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -6,6 +7,7 @@
 #include <memory>
 #include <thread>
 
+#include "platform/linux/service_name.h"
 #include "tests/platform/xpc_support.h"
 
 namespace {
@@ -419,24 +421,6 @@ TEST_F(Connections, LargeMessagesCrossInPieces) {
     EXPECT_EQ(echoed.wait(4), std::vector<std::string>(4, "same"));
 }
 
-/// A peer that asks and never reads the answers loses its connection; its neighbour is served throughout.
-TEST_F(Connections, UnreadRepliesEndTheOffenderOnly) {
-    Service service([](xpc_connection_t peer, xpc_object_t event) {
-        for (int i = 0; i < 100 && xpc_dictionary_get_int64(event, "n") == -1; ++i) {
-            xpc_connection_send_message(peer, event);
-        }
-        answer(peer, event);
-    });
-    const UniqueFd offender = connectRaw();
-    Client neighbour;
-    const Bytes padding = entry(text("data"), wire::Type::Data, Bytes(10000, 'x'));
-    const Bytes request = frame(entry(text("n"), wire::Type::Int64, raw<int64_t>(-1)) + padding, 2);
-    for (int i = 0; i < 20; ++i) writeAll(offender.get(), request);
-    service.ended.wait(1);
-    neighbour.ask(1);
-    EXPECT_EQ(neighbour.replies.wait(1), std::vector<std::string>{"n=101"});
-}
-
 /// A handler that is behind stops the reading, and nothing is lost or reordered when it goes on.
 TEST_F(Connections, BacklogHoldsTheSenderBack) {
     std::mutex gate;
@@ -465,6 +449,49 @@ TEST_F(Connections, NeverResumedRunsNothing) {
     xpc_connection_send_barrier(neverResumed.connection(), [] { ADD_FAILURE(); });
     xpc_connection_send_message_with_reply(neverResumed.connection(), message(1), nullptr, [](auto) { ADD_FAILURE(); });
     xpc_connection_cancel(neverResumed.connection());
+}
+
+/// More callers than the system lets wait: the client comes again until there is room, and its message with it.
+TEST_F(Connections, AFullServiceIsTriedAgain) {
+    transport::ServiceOffer full;
+    ASSERT_TRUE(full.open(directory.path, serviceName));
+    ASSERT_EQ(listen(full.socket(), 0), 0);
+    std::vector<transport::ServiceLink> waiting(4);
+    for (auto& link : waiting) (void)transport::connectToService(directory.path, serviceName, &link);
+    Client client;
+    client.send(0);
+    Log nobody;
+    const Held other(xpc_connection_create("com.example.nobody", nullptr));
+    xpc_connection_set_event_handler(other.connection(), [&](xpc_object_t event) { nobody.add(describe(event)); });
+    xpc_connection_resume(other.connection());
+    nobody.wait(1);  // the io thread has tried one after the other, so the client has been turned away
+    waiting.clear();
+    Bytes got;
+    while (got.empty()) {
+        pollfd caller{full.socket(), POLLIN, 0};
+        ASSERT_EQ(poll(&caller, 1, -1), 1);
+        const UniqueFd peer(accept(full.socket(), nullptr, nullptr));
+        char bytes[100];
+        got.assign(bytes, static_cast<size_t>(recv(peer.get(), bytes, sizeof bytes, 0)));
+    }
+    EXPECT_EQ(got, numbered(0));
+}
+
+TEST_F(Connections, AListenerHasNobodyToTalkTo) {
+    const Held listener(xpc_connection_create_mach_service(serviceName, nullptr, XPC_CONNECTION_MACH_SERVICE_LISTENER));
+    Log log;
+    xpc_connection_set_event_handler(listener.connection(), [&](xpc_object_t event) { log.add(describe(event)); });
+    xpc_connection_resume(listener.connection());
+    xpc_connection_send_message(listener.connection(), message(1));
+    xpc_connection_send_message_with_reply(listener.connection(), message(1), nullptr,
+                                           [&](xpc_object_t reply) { log.add("reply " + describe(reply)); });
+    EXPECT_EQ(log.wait(1), std::vector<std::string>{"reply invalid"});
+    xpc_connection_send_barrier(listener.connection(), [&] { log.add("barrier"); });
+    EXPECT_EQ(log.wait(2).back(), "barrier");
+    EXPECT_EQ(xpc_connection_get_pid(listener.connection()), 0);
+    EXPECT_EQ(xpc_connection_get_euid(listener.connection()), geteuid());
+    xpc_connection_cancel(listener.connection());
+    EXPECT_EQ(log.wait(3).back(), "invalid");
 }
 
 /// A refused peer is left as it came: it closes with the listener's event.
