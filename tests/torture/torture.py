@@ -20,6 +20,7 @@ import statistics
 import sys
 import threading
 import time
+import traceback
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -1061,8 +1062,10 @@ def main():
             started = time.monotonic()
             try:
                 figure, verdict = function(Run(world, arguments.quick, arguments.seed)), "met"
-            except (Trouble, OSError) as trouble:
-                figure, verdict = " ".join(str(word) for word in trouble.args), "MISSED"
+            except Exception as trouble:  # the other modes run whatever it was
+                if not isinstance(trouble, Trouble):
+                    traceback.print_exc()
+                figure, verdict = " ".join(str(word) for word in trouble.args).replace("\n", " "), "MISSED"
                 missed += 1
             print(f"{name} | {goal} | {figure} | {verdict} | {time.monotonic() - started:.0f} s", flush=True)
     finally:
