@@ -1,1 +1,1 @@
-schedulehelper_fuzz(frame SOURCES frame_fuzz.cpp LIBRARIES platform_core)
+schedulehelper_fuzz(frame SOURCES frame_fuzz.cpp LIBRARIES app xpc scheduler platform_foundation platform_core)

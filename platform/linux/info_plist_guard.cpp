@@ -72,8 +72,19 @@ class BinaryWalk {
         const std::optional<uint64_t> count = countAt(at);
         if (!count || *count > table_ - at) return false;
         const bool isContainer = kind >= 0x0A;
-        if (!isContainer) return spend(*count * (kind == 6 ? 3 : 1));
+        if (kind == 5) return spend(*count) && isText(at, *count, 1);
+        if (kind == 6) return spend(*count * 3) && isText(at, *count, 2);
+        if (!isContainer) return spend(*count);
         return spend(0) && visitMembers(at, kind == 0x0D ? *count * 2 : *count, depth);
+    }
+
+    // Whether the units of a text are all there and none is 0.
+    [[nodiscard]] bool isText(uint64_t at, uint64_t count, size_t unitSize) const {
+        if (count > (table_ - at) / unitSize) return false;
+        for (uint64_t i = 0; i < count; ++i) {
+            if (number(at + i * unitSize, unitSize) == 0) return false;
+        }
+        return true;
     }
 
     bool visitMembers(uint64_t at, uint64_t count, int depth) {
