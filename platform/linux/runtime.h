@@ -121,7 +121,8 @@ class IoLoop {
     /// Runs `job` on the io thread, soon; jobs run in order.
     void post(Job* job) noexcept;
 
-    /// Runs `job` on the io thread once `deadline` has passed. On the io thread only; not cancellable. Few at a time.
+    /// Runs `job` on the io thread once the steady clock has passed `deadline`. On the io thread only; not cancellable.
+    /// Few at a time.
     void postAt(dispatch_time_t deadline, Job* job) noexcept;
 
     IoLoop(const IoLoop&) = delete;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <memory>
 
+#include "platform/linux/clock.h"
 #include "platform/linux/xpc_stream.h"
 
 namespace transport {
@@ -19,7 +20,7 @@ namespace transport {
 namespace {
 
 constexpr int acceptsPerTurn = 16;
-constexpr int64_t roomRetryNanoseconds = 100'000'000;
+constexpr uint64_t roomRetryNanoseconds = 100'000'000;
 constexpr int numbersPerLook = 64;
 
 }  // namespace
@@ -151,7 +152,7 @@ void Listener::waitForRoom() noexcept {
     waitingForRoom_ = true;
     if (std::exchange(retryPosted_, true)) return;
     retain();
-    runtime::IoLoop::shared().postAt(dispatch_time(DISPATCH_TIME_NOW, roomRetryNanoseconds), &retryJob_);
+    runtime::IoLoop::shared().postAt(runtime::addSaturating(runtime::steadyNow(), roomRetryNanoseconds), &retryJob_);
 }
 
 void Listener::runRetry(runtime::Job* job) {

@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/linux/clock.h"
 #include "platform/linux/xpc_listener.h"
 
 namespace transport {
 
 namespace {
 
-constexpr int64_t busyRetryNanoseconds = 10'000'000;  // a service that is behind with accepting is given 10 ms
+constexpr uint64_t busyRetryNanoseconds = 10'000'000;  // a service that is behind with accepting is given 10 ms
 
 }  // namespace
 
@@ -238,7 +239,7 @@ bool Stream::wantsConnection() {
 void Stream::retryLater() noexcept {
     retrying_ = true;
     retain();
-    runtime::IoLoop::shared().postAt(dispatch_time(DISPATCH_TIME_NOW, busyRetryNanoseconds), &retryJob_);
+    runtime::IoLoop::shared().postAt(runtime::addSaturating(runtime::steadyNow(), busyRetryNanoseconds), &retryJob_);
 }
 
 void Stream::runRetry(runtime::Job* job) {
