@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <platform_testing.h>
 
-#include <atomic>
 #include <compare>
 #include <map>
 #include <memory>
@@ -245,30 +244,6 @@ TEST(TimerSource, AnEarlierDeadlineArmedLaterFiresFirstAndNoneFiresEarly) {
     for (int i = 0; i < 3; ++i) fired.acquire();
     EXPECT_EQ(order, (std::vector<int>{10, 20, 30}));
     EXPECT_FALSE(early);
-}
-
-TEST(TimerSource, CancelRacingFireLetsAtMostTheClaimedCallThrough) {
-    for (int trial = 0; trial < 500; ++trial) {
-        std::atomic<int> inside{0}, calls{0};
-        std::atomic<bool> overlapped{false};
-        auto alive = std::make_shared<int>(0);
-        const std::weak_ptr<int> handler = alive;
-        dispatch_source_t source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, workers());
-        dispatch_source_set_event_handler(source, [&, alive = std::move(alive)] {
-            if (inside.fetch_add(1) != 0) overlapped = true;
-            ++calls;
-            inside.fetch_sub(1);
-        });
-        dispatch_source_set_timer(source, DISPATCH_TIME_NOW, 1'000, 0);
-        dispatch_resume(source);
-        waitUntil([&] { return trial % 2 == 0 || calls.load() != 0; });
-        dispatch_source_cancel(source);
-        const int begun = calls.load();
-        dispatch_release(source);
-        waitUntil([&] { return handler.expired(); });
-        ASSERT_LE(calls.load(), begun + 1);
-        ASSERT_FALSE(overlapped.load());
-    }
 }
 
 }  // namespace

@@ -106,40 +106,4 @@ TEST_F(SchedulerTest, ManyOneOffsAtOneInstant) {
     EXPECT_FALSE(scheduler.HasSchedules());
 }
 
-TEST_F(SchedulerTest, OperationsAndFiringsFromManyThreads) {
-    constexpr int kThreads = 4;
-    std::atomic<int> running = kThreads;
-    scheduler.onFire = [&](const std::string& name) {
-        if (name.back() == '3') scheduler.Delete(kId, app.c_str(), name.c_str());
-        if (name.back() == '5') Daily(name);
-    };
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([&, thread] {
-            for (int i = 0; i < 100; ++i) {
-                const std::string name = std::to_string(thread) + "-" + std::to_string(i % 10);
-                Once(name, 100 + i % 3);
-                if (i % 4 == 0) scheduler.Delete(kId, app.c_str(), name.c_str());
-                if (i % 50 == 49) scheduler.DeleteAll(kId, app.c_str());
-                if (i % 40 == 39) scheduler.LoadFromSettings();
-                (void)scheduler.HasSchedules();
-            }
-            --running;
-        });
-    }
-    while (running > 0) clock.advance(50 * kSecond);
-    for (std::thread& thread : threads) thread.join();
-    clock.advance(1000 * kSecond);
-
-    // Whatever the order was, a load must find in the store what memory says, and all of it can be taken away.
-    Stored();
-    scheduler.LoadFromSettings();
-    const size_t listed = scheduler.skedKeys->count();
-    size_t held = 0;
-    for ([[maybe_unused]] const LGCDTimer& timer : scheduler.timers) ++held;
-    EXPECT_EQ(held, listed);
-    scheduler.DeleteAll(kId, app.c_str());
-    EXPECT_EQ(Timers() + Stored(), "");
-}
-
 }  // namespace

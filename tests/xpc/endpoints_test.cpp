@@ -5,7 +5,6 @@
 #include <cctype>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <platform_testing.h>
@@ -161,40 +160,6 @@ TEST_F(Endpoints, AnEndpointMayGoFromInsideItsOwnEvents) {
     client_->SendMessage("test.second", 1, &item, 1, true);
     ASSERT_TRUE(atClient_.Await("reply R=1"));
     EXPECT_EQ(client_, nullptr);
-}
-
-// Under the thread sanitizer this is where events, sends, Disconnect and both destructors meet.
-TEST_F(Endpoints, EndpointsGoWhileEventsAreInFlight) {
-    for (int round = 0; round < 20; ++round) {
-        Sink atServer;
-        auto server = std::make_unique<LXPCMachServer>(&atServer);
-        server->AddKey("A", LXPCDataTypeInt64);
-        LXPCMachServer* const found = server.get();
-        atServer.onError = [found](long connection) { found->Disconnect(connection); };
-        atServer.onMessage = [found](long connection, long message) {
-            LList<LXPCDataListable> reply;
-            reply.Insert(new LXPCDataListable("R", LXPCDataTypeInt64, 1));
-            found->SendReply(connection, message, reply);
-        };
-        const std::string name = "test.flight" + std::to_string(round);
-        ASSERT_TRUE(server->Listen(name.c_str()));
-        const bool patient = round % 4 < 2;  // otherwise both sides go as soon as they can
-        std::vector<std::thread> talkers;
-        for (unsigned long id = 0; id < 3; ++id) {
-            talkers.emplace_back([&name, round, patient, id] {
-                Sink sink;
-                LXPCClient client(&sink);
-                client.AddKey("R", LXPCDataTypeInt64);
-                if (!client.Connect(name.c_str(), id, true)) return;
-                const LXPCData item("A", LXPCDataTypeInt64, 1);
-                for (int i = 0; i < 30 + round; ++i) client.SendMessage(name.c_str(), id, &item, 1, i % 2 == 0);
-                if (patient || round % 2 == 0) sink.Await("sent", 3);
-            });
-        }
-        EXPECT_TRUE(!patient || atServer.Await("message A=1", 5)) << round;
-        server.reset();
-        for (std::thread& talker : talkers) talker.join();
-    }
 }
 
 // ---- Connection objects that are connected to nothing
