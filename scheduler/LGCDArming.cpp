@@ -60,6 +60,7 @@ LGCDArmingPlan LPlanArming(int64_t now, const std::tm* nowFields, LDateTime star
 }
 
 LGCDArmingPlan LPlanArming(int64_t now, LDateTime start, bool daily, bool weekly, LWeekDay weekDays) {
+    if (!daily && !weekly) return LPlanArming(now, nullptr, start, nullptr, daily, weekly, weekDays);
     const auto nowMoment = static_cast<std::time_t>(now);
     const std::time_t startMoment = start.seconds;
     std::tm nowBuffer;

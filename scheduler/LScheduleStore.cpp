@@ -73,7 +73,7 @@ std::optional<LScheduleRecord> LScheduleRecordFromDictionary(const NSDictionary&
     const NSString* appPath = dictionary.stringForKey(kAppPathEntry);
     const NSString* skedName = dictionary.stringForKey(kSkedNameEntry);
     for (const NSString* text : {bundleId, appPath, skedName}) {
-        if (text == nullptr || !LIsScheduleText(*text)) return std::nullopt;
+        if (text == nullptr || text->find('\0') != std::string::npos) return std::nullopt;
     }
     if (!LIsScheduleIdentity(bundleId->c_str(), appPath->c_str(), skedName->c_str())) return std::nullopt;
 

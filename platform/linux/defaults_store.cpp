@@ -409,6 +409,10 @@ StoreResult Store::writeArray(const Slot& slot) {
         }
         return result;
     }
+    if (slot.array->members().head == nullptr) {  // all have gone, so all rows go at once
+        statements_->deleteMembers.bind(1, *slot.key);
+        return statements_->deleteMembers.run();
+    }
     ArrayMember* member = slot.array->pending();
     for (; member != nullptr && result == StoreResult::ok; member = member->nextPending) {
         if (member->inStore || member->mayHaveRow) result = writeMember(slot, *member);

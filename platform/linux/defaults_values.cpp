@@ -83,7 +83,8 @@ std::string pack(const NSDictionary& dictionary) {
 }
 
 NSDictionary unpack(std::string_view packed) {
-    NSDictionary dictionary;
+    constexpr size_t kUsualEntries = 7;  // a schedule's
+    NSDictionary dictionary = NSDictionary::dictionaryWithCapacity(kUsualEntries);
     PackedEntry entry;
     while (takeEntry(packed, entry)) {
         if (entry.isNumber) {
@@ -218,6 +219,10 @@ void Values::forgetStore() noexcept {
 }
 
 void Values::merge(Values&& found) {
+    if (slots_.empty()) {  // keys and slots stay where they are, so what points to them stays right
+        slots_ = std::move(found.slots_);
+        return;
+    }
     slots_.reserve(slots_.size() + found.slots_.size());
     for (auto place = found.slots_.begin(); place != found.slots_.end();) {
         const auto here = place++;

@@ -2,6 +2,12 @@
 
 #include <algorithm>
 
+NSDictionary NSDictionary::dictionaryWithCapacity(size_t count) {
+    NSDictionary dictionary;
+    dictionary.entries_.reserve(count);
+    return dictionary;
+}
+
 void NSDictionary::setObject(Value value, std::string_view key) {
     for (Entry& entry : entries_) {
         if (entry.first == key) {

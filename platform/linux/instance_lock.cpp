@@ -52,8 +52,10 @@ void writeHolder(int fd) {
     std::array<char, 64> text{};
     const int length = std::snprintf(text.data(), text.size(), "%ld\n%lld\n", static_cast<long>(getpid()),
                                      static_cast<long long>(time(nullptr)));
-    // A full disk leaves it empty; the lock holds all the same.
-    if (ftruncate(fd, 0) == 0) (void)!pwrite(fd, text.data(), static_cast<size_t>(length), 0);
+    // Written over what was there and cut to its length only then: a file cut to nothing first would have to find its
+    // block anew. A full disk leaves it empty; the lock holds all the same.
+    const bool written = pwrite(fd, text.data(), static_cast<size_t>(length), 0) == length;
+    (void)!ftruncate(fd, written ? length : 0);
 }
 
 }  // namespace

@@ -49,6 +49,9 @@ class NSDictionary {
     using Value = std::variant<NSString, NSNumber>;
     using Entry = std::pair<NSString, Value>;
 
+    /// An empty one with room for `count` keys; more find room too.
+    static NSDictionary dictionaryWithCapacity(size_t count);
+
     /// Replaces the value of `key`.
     void setObject(Value value, std::string_view key);
     /// Null when the key is missing.
