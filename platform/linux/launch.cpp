@@ -14,6 +14,7 @@
 #include <mutex>
 #include <vector>
 
+#include "processes.h"
 #include "runtime.h"
 #include "unique_fd.h"
 
@@ -164,6 +165,7 @@ bool launchDetached(const std::string& executable, FileIdentity application) {
         return false;
     }
     watch(child, pid);
+    forgetOlderLooks();
     return true;
 }
 

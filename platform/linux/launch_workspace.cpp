@@ -48,7 +48,7 @@ class BundleTurn {
 
 bool isRunning(FileIdentity bundle) {
     if (launchedChildRuns(bundle)) return true;
-    const std::vector<ApplicationProcess> running = findApplicationProcesses();
+    const std::vector<ApplicationProcess> running = takeRecentLook();
     return std::any_of(running.begin(), running.end(), [bundle](const ApplicationProcess& process) {
         struct stat status {};
         return statFile(process.bundlePath, status) && identityOf(status) == bundle;

@@ -7,13 +7,16 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstring>
 #include <memory>
 #include <tuple>
+#include <utility>
 
+#include "clock.h"
 #include "file_status.h"
 #include "info_plist.h"
 #include "unique_fd.h"
@@ -36,15 +39,19 @@ std::string readLink(int directory, const char* name) {
     return {target.data(), static_cast<size_t>(length)};
 }
 
+// A read that brings less than was asked for has met the end: these files are made up while they are read, and the
+// kernel goes on until it has filled what it was given.
 std::string readText(int directory, const char* name, size_t limit) {
     UniqueFd file(openat(directory, name, O_RDONLY | O_CLOEXEC));
     std::string text;
     while (file && text.size() < limit) {
         std::array<char, 4096> part;  // NOLINT: filled by the call
-        const ssize_t got = read(file.get(), part.data(), std::min(part.size(), limit - text.size()));
+        const size_t wanted = std::min(part.size(), limit - text.size());
+        const ssize_t got = read(file.get(), part.data(), wanted);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0) break;
         text.append(part.data(), static_cast<size_t>(got));
+        if (static_cast<size_t>(got) < wanted) break;
     }
     return text;
 }
@@ -160,7 +167,9 @@ std::vector<std::string> scriptCandidates(const std::string& commandLine) {
 
 }  // namespace processes
 
-std::vector<ApplicationProcess> findApplicationProcesses() {
+namespace {
+
+std::vector<ApplicationProcess> lookThroughProcesses() {
     std::vector<ApplicationProcess> found;
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir("/proc"), closedir);
     if (listing == nullptr) return found;
@@ -176,4 +185,39 @@ std::vector<ApplicationProcess> findApplicationProcesses() {
         return std::tie(a.startTime, a.pid) < std::tie(b.startTime, b.pid);
     });
     return found;
+}
+
+// ---- Recent looks
+
+constexpr uint64_t kRecent = 20'000'000;  // nanoseconds; about what a look among a thousand processes takes
+
+std::atomic<uint64_t> launches{0};
+
+struct Look {
+    std::vector<ApplicationProcess> found;
+    uint64_t launchesBefore = 0;
+    uint64_t ended = 0;  // 0: none, or given out
+};
+thread_local Look lastLook;
+
+}  // namespace
+
+const std::vector<ApplicationProcess>& findApplicationProcesses() {
+    lastLook.ended = 0;
+    lastLook.launchesBefore = launches.load(std::memory_order_acquire);
+    lastLook.found = lookThroughProcesses();
+    lastLook.ended = runtime::steadyNow();
+    return lastLook.found;
+}
+
+std::vector<ApplicationProcess> takeRecentLook() {
+    const bool recent = lastLook.ended != 0 && runtime::steadyNow() - lastLook.ended <= kRecent &&
+                        lastLook.launchesBefore == launches.load(std::memory_order_acquire);
+    if (!recent) (void)findApplicationProcesses();
+    lastLook.ended = 0;
+    return std::move(lastLook.found);
+}
+
+void forgetOlderLooks() noexcept {
+    launches.fetch_add(1, std::memory_order_acq_rel);
 }
