@@ -1,5 +1,6 @@
 #include "scheduler/LGCDTimer.h"
 
+#include <cstdint>
 #include <ctime>
 #include <new>
 
@@ -16,24 +17,23 @@ unsigned char Folded(char character) {
 
 /// As strcasecmp in the C locale, whatever the process's locale is: in an 8-bit locale that one folds accented letters
 /// too, which would tear multi-byte characters apart.
-int CompareFolded(const char* left, const char* right) {
+bool AreEqualFolded(const char* left, const char* right) {
     while (*left != '\0' && (*left == *right || Folded(*left) == Folded(*right))) {
         ++left;
         ++right;
     }
-    return Folded(*left) - Folded(*right);
+    return *left == *right;
 }
 
-/// Negative, 0 or positive. A null name on either side equals every name.
-int Compare(const LGCDTimerTexts& left, const LGCDTimerTexts& right) {
-    if (const int order = CompareFolded(left.bundleId, right.bundleId); order != 0) return order;
-    if (const int order = CompareFolded(left.appPath, right.appPath); order != 0) return order;
-    if (left.skedName == nullptr || right.skedName == nullptr) return 0;
-    return CompareFolded(left.skedName, right.skedName);
+/// Goes on from `hash` with the text and its end (FNV-1a).
+uint64_t HashFolded(uint64_t hash, const char* text) {
+    constexpr uint64_t kPrime = 0x100000001B3;
+    for (; *text != '\0'; ++text) hash = (hash ^ Folded(*text)) * kPrime;
+    return hash * kPrime;
 }
 
-LGCDTimerTexts TextsOf(const LGCDTimer* timer) {
-    return {timer->bundleId, timer->appPath, timer->skedName};
+size_t Mixed(uint64_t hash) {
+    return static_cast<size_t>(hash ^ (hash >> 32));
 }
 
 }  // namespace
@@ -43,16 +43,16 @@ LGCDSource::~LGCDSource() {
     dispatch_release(source);
 }
 
-bool LGCDTimerOrder::operator()(const LGCDTimer* left, const LGCDTimer* right) const {
-    return Compare(TextsOf(left), TextsOf(right)) < 0;
+LGCDTimerHashes::LGCDTimerHashes(const LGCDTimerTexts& texts) {
+    constexpr uint64_t kBasis = 0xCBF29CE484222325;
+    const uint64_t hash = HashFolded(HashFolded(kBasis, texts.bundleId), texts.appPath);
+    application = Mixed(hash);
+    all = texts.skedName == nullptr ? application : Mixed(HashFolded(hash, texts.skedName));
 }
 
-bool LGCDTimerOrder::operator()(const LGCDTimer* left, const LGCDTimerTexts& right) const {
-    return Compare(TextsOf(left), right) < 0;
-}
-
-bool LGCDTimerOrder::operator()(const LGCDTimerTexts& left, const LGCDTimer* right) const {
-    return Compare(left, TextsOf(right)) < 0;
+bool LGCDTimer::Matches(const LGCDTimerTexts& texts) const {
+    return (texts.skedName == nullptr || AreEqualFolded(skedName, texts.skedName)) &&
+           AreEqualFolded(bundleId, texts.bundleId) && AreEqualFolded(appPath, texts.appPath);
 }
 
 LGCDTimer::LGCDTimer(const char* newBundleId, const char* newAppPath, const char* newSkedName, const LDateTime& start,

@@ -4,12 +4,13 @@
 // LGCDSource to its timer's `sources`. Everything here is touched under the scheduler's lock only.
 #pragma once
 
-#include <set>
+#include <cstddef>
 
 #include <dispatch/dispatch.h>
 
 #include "base/LList.h"
 #include "datetime/LDateTime.h"
+#include "scheduler/LGCDHashTable.h"
 #include "scheduler/LScheduleStore.h"
 
 class LGCDScheduler;
@@ -19,6 +20,10 @@ struct LGCDTimer;
 struct LGCDSource {
     LGCDSource* next = nullptr;
     dispatch_source_s* source;
+
+    /// LGCDTimerIndex's: the timer that holds the source, and the place in the table of all.
+    LGCDTimer* holder = nullptr;
+    LGCDHashLink<LGCDSource> bySource{};
 
     /// Takes over the one reference to `created`, which must have been resumed.
     explicit LGCDSource(dispatch_source_s* created) : source(created) {}
@@ -35,14 +40,13 @@ struct LGCDTimerTexts {
     const char* skedName;
 };
 
-/// Orders timers by identifier, path and name, with capital ASCII letters equal to small ones.
-struct LGCDTimerOrder {
-    using is_transparent = void;
-    bool operator()(const LGCDTimer* left, const LGCDTimer* right) const;
-    bool operator()(const LGCDTimer* left, const LGCDTimerTexts& right) const;
-    bool operator()(const LGCDTimerTexts& left, const LGCDTimer* right) const;
+/// What the texts come to in a hash table, capital ASCII letters equal to small ones.
+struct LGCDTimerHashes {
+    size_t application;
+    size_t all;  // of `application` when there is no name
+
+    explicit LGCDTimerHashes(const LGCDTimerTexts& texts);
 };
-using LGCDTimersByText = std::multiset<LGCDTimer*, LGCDTimerOrder>;
 
 /// One schedule. Its start, flags and weekdays are not kept: they are spent in arming and live on in the store alone.
 struct LGCDTimer {
@@ -55,9 +59,10 @@ struct LGCDTimer {
     /// None, one, or up to seven for a weekly schedule; the last armed first.
     LList<LGCDSource> sources;
 
-    /// The list link the other way, and the timer's place in the index beside the list (both LGCDTimerIndex's).
+    /// LGCDTimerIndex's: the list link the other way, and the places in the tables beside the list.
     LGCDTimer* previous = nullptr;
-    LGCDTimersByText::iterator place{};
+    LGCDHashLink<LGCDTimer> byTexts{};
+    LGCDHashLink<LGCDTimer> byApplication{};
 
     /// Copies the texts (cut on a whole character after at most 259 bytes) and arms the sources, counted from the
     /// present moment; `scheduler` is who they fire at. Throws std::bad_alloc with nothing left armed when memory is
@@ -68,6 +73,10 @@ struct LGCDTimer {
     ~LGCDTimer() = default;
     LGCDTimer(const LGCDTimer&) = delete;
     LGCDTimer& operator=(const LGCDTimer&) = delete;
+
+    [[nodiscard]] LGCDTimerTexts Texts() const { return {bundleId, appPath, skedName}; }
+    /// Whether the texts are this timer's, ASCII case ignored; a null name is that of every timer.
+    [[nodiscard]] bool Matches(const LGCDTimerTexts& texts) const;
 
   private:
     void Arm(long delay, long interval, LGCDScheduler* scheduler);

@@ -1,48 +1,67 @@
 #include "scheduler/LGCDTimerIndex.h"
 
-#include <iterator>
+#include <cstdint>
 #include <utility>
 
+namespace {
+
+/// Addresses are far apart and even, so their low bits say little.
+size_t HashOf(const dispatch_source_s* source) {
+    const uint64_t product = (reinterpret_cast<uintptr_t>(source) >> 4) * uint64_t{0x9E3779B97F4A7C15};
+    return static_cast<size_t>(product >> 32);
+}
+
+}  // namespace
+
+void LGCDTimerIndex::Reserve(size_t timers) {
+    byTexts_.Reserve(timers);
+    byApplication_.Reserve(timers);
+    bySource_.Reserve(timers);
+}
+
 void LGCDTimerIndex::Link(std::unique_ptr<LGCDTimer> timer) {
-    timer->place = byText_.insert(timer.get());
-    try {
-        for (const LGCDSource& armed : timer->sources) bySource_.emplace(armed.source, timer.get());
-    } catch (...) {
-        ForgetSources(*timer);
-        byText_.erase(timer->place);
-        throw;
+    size_t sources = 0;
+    for ([[maybe_unused]] const LGCDSource& armed : timer->sources) ++sources;
+    byTexts_.Reserve(1);
+    byApplication_.Reserve(1);
+    bySource_.Reserve(sources);
+
+    const LGCDTimerHashes hashes(timer->Texts());
+    byTexts_.Insert(timer.get(), hashes.all);
+    byApplication_.Insert(timer.get(), hashes.application);
+    for (LGCDSource& armed : timer->sources) {
+        armed.holder = timer.get();
+        bySource_.Insert(&armed, HashOf(armed.source));
     }
     if (timers_.head != nullptr) timers_.head->previous = timer.get();
     timers_.Insert(timer.release());
 }
 
 std::unique_ptr<LGCDTimer> LGCDTimerIndex::Unlink(LGCDTimer* timer) noexcept {
-    ForgetSources(*timer);
-    byText_.erase(timer->place);
+    for (LGCDSource& armed : timer->sources) bySource_.Remove(&armed);
+    byApplication_.Remove(timer);
+    byTexts_.Remove(timer);
     if (timer->next != nullptr) timer->next->previous = timer->previous;
     (timer->previous != nullptr ? timer->previous->next : timers_.head) = timer->next;
     return std::unique_ptr<LGCDTimer>(timer);
 }
 
 LGCDTimer* LGCDTimerIndex::Find(const LGCDTimerTexts& texts) const {
-    // Not equal_range, which walks over all that are equal: a whole application's, when no name is given.
-    const auto behind = byText_.upper_bound(texts);
-    if (behind == byText_.begin()) return nullptr;
-    LGCDTimer* const newest = *std::prev(behind);
-    return byText_.key_comp()(newest, texts) ? nullptr : newest;
+    const LGCDTimerHashes hashes(texts);
+    const auto matches = [&texts](const LGCDTimer& timer) { return timer.Matches(texts); };
+    return texts.skedName == nullptr ? byApplication_.Find(hashes.application, matches)
+                                     : byTexts_.Find(hashes.all, matches);
 }
 
 LGCDTimer* LGCDTimerIndex::HolderOf(dispatch_source_s* source) const {
-    const auto found = bySource_.find(source);
-    return found == bySource_.end() ? nullptr : found->second;
+    const LGCDSource* const found =
+        bySource_.Find(HashOf(source), [source](const LGCDSource& armed) { return armed.source == source; });
+    return found == nullptr ? nullptr : found->holder;
 }
 
 void LGCDTimerIndex::Swap(LGCDTimerIndex& other) noexcept {
     std::swap(timers_.head, other.timers_.head);
-    byText_.swap(other.byText_);
-    bySource_.swap(other.bySource_);
-}
-
-void LGCDTimerIndex::ForgetSources(LGCDTimer& timer) noexcept {
-    for (const LGCDSource& armed : timer.sources) bySource_.erase(armed.source);
+    byTexts_.Swap(other.byTexts_);
+    byApplication_.Swap(other.byApplication_);
+    bySource_.Swap(other.bySource_);
 }

@@ -1,13 +1,15 @@
 // The list of timers together with the indexes beside it.
 //
 // The list keeps its order, newest first; the indexes keep a lookup by texts or by source, an insertion and a removal
-// from growing with the number of schedules. Whoever changes the list does it through here. No lock of its own.
+// from growing with the number of schedules. Their links lie in the timers and sources, so that they cost no
+// allocation. Whoever changes the list does it through here. No lock of its own.
 #pragma once
 
+#include <cstddef>
 #include <memory>
-#include <unordered_map>
 
 #include "base/LList.h"
+#include "scheduler/LGCDHashTable.h"
 #include "scheduler/LGCDTimer.h"
 
 class LGCDTimerIndex {
@@ -17,12 +19,14 @@ class LGCDTimerIndex {
     LGCDTimerIndex(const LGCDTimerIndex&) = delete;
     LGCDTimerIndex& operator=(const LGCDTimerIndex&) = delete;
 
+    /// Makes room for so many timers with one source each; without it the room grows as needed. std::bad_alloc.
+    void Reserve(size_t timers);
     /// Puts the timer at the head of the list. On std::bad_alloc nothing has changed and the timer is destroyed.
     void Link(std::unique_ptr<LGCDTimer> timer);
     /// Takes a timer out of the list and hands it over.
     std::unique_ptr<LGCDTimer> Unlink(LGCDTimer* timer) noexcept;
 
-    /// The newest timer with these texts, ASCII case ignored (a null name: some timer of the application), or null.
+    /// The newest timer with these texts, ASCII case ignored (a null name: the newest of the application), or null.
     [[nodiscard]] LGCDTimer* Find(const LGCDTimerTexts& texts) const;
     /// The timer that holds `source`, or null.
     [[nodiscard]] LGCDTimer* HolderOf(dispatch_source_s* source) const;
@@ -31,9 +35,8 @@ class LGCDTimerIndex {
     void Swap(LGCDTimerIndex& other) noexcept;
 
   private:
-    void ForgetSources(LGCDTimer& timer) noexcept;
-
     LList<LGCDTimer>& timers_;
-    LGCDTimersByText byText_;  // equal ones in the order of their insertion: the newest last
-    std::unordered_map<dispatch_source_s*, LGCDTimer*> bySource_;
+    LGCDHashTable<LGCDTimer, &LGCDTimer::byTexts> byTexts_;
+    LGCDHashTable<LGCDTimer, &LGCDTimer::byApplication> byApplication_;
+    LGCDHashTable<LGCDSource, &LGCDSource::bySource> bySource_;
 };
