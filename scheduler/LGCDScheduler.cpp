@@ -6,6 +6,7 @@
 // schedule cannot be lost between them.
 #include "scheduler/LGCDScheduler.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -13,6 +14,8 @@
 #include <optional>
 #include <utility>
 #include <vector>
+
+#include <platform_defaults.h>
 
 namespace {
 
@@ -76,6 +79,7 @@ void LGCDScheduler::Add(const char* bundleId, const char* appPath, const char* s
     NSDictionary record = LScheduleRecordToDictionary({bundleId, appPath, skedName, start, daily, weekly, weekDays});
 
     const std::lock_guard lock(mutex_);
+    CatchUp();
     PrepareIndex();
     auto timer = std::make_unique<LGCDTimer>(bundleId, appPath, skedName, start, daily, weekly, weekDays, this);
     LGCDTimer* const added = timer.get();
@@ -96,6 +100,7 @@ void LGCDScheduler::Delete(const char* bundleId, const char* appPath, const char
     const std::string key = LScheduleKey(bundleId, appPath, skedName);
 
     const std::lock_guard lock(mutex_);
+    CatchUp();
     if (keys_.Contains(key)) {
         PrepareIndex();
         keys_.Remove(key);
@@ -112,6 +117,8 @@ void LGCDScheduler::DeleteAll(const char* bundleId, const char* appPath) {
     const std::string prefix = LScheduleApplicationPrefix(bundleId, appPath);
 
     const std::lock_guard lock(mutex_);
+    CatchUp();
+    if (behind_) deletedUnseen_.insert(prefix);
     if (keys_.FirstWithPrefix(prefix) != nullptr) {
         PrepareIndex();
         while (const std::string* key = keys_.FirstWithPrefix(prefix)) {
@@ -126,36 +133,102 @@ void LGCDScheduler::DeleteAll(const char* bundleId, const char* appPath) {
 }
 
 void LGCDScheduler::LoadFromSettings() {
-    // Built aside and exchanged at the end: without memory the scheduler stays as it was.
-    LList<LGCDTimer> newTimers;
-    LGCDTimerIndex newIndex(newTimers);
-    auto newArray = std::make_unique<NSMutableArray>();
-    LScheduleKeys newKeys(newArray);
-    bool removedAny = false;
-
     const std::lock_guard lock(mutex_);
-    for (const std::string& key : LReadScheduleIndex(Store()).value_or(std::vector<std::string>())) {
-        if (newKeys.Contains(key)) continue;
-        newKeys.Append(key);
-        if (!LoadRecord(key, newIndex)) removedAny = true;
+    const bool wasRead = platform_defaults::readStore();
+    if (!wasRead) {
+        retry_.Start([gate = gate_, this] {
+            PlatformGate::Pass pass(*gate);
+            if (pass) TryAgain();
+        });
     }
-    index_.Swap(newIndex);
-    keys_.Swap(newKeys);
-    indexPrepared_ = false;
-    if (removedAny) Flush();
+    Load();
+    behind_ = !wasRead;
+    if (wasRead) ForgetTrying();
 }
 
-/// Arms the schedule under `key`, if there is one. False when its application has gone and the record was removed.
-bool LGCDScheduler::LoadRecord(const std::string& key, LGCDTimerIndex& loaded) {
-    const std::optional<LScheduleRecord> record = LReadScheduleRecord(Store(), key);
-    if (!record) return true;
-    if (!NSFileManager::defaultManager().fileExistsAtPath(record->appPath)) {
-        Store().removeObjectForKey(LScheduleKey(record->bundleId, record->appPath, record->skedName));
-        return false;
+// ---- Loading, under the lock
+
+/// Built aside and exchanged at the end: without memory the scheduler stays as it was.
+struct LGCDScheduler::Loading {
+    LList<LGCDTimer> timers;
+    LGCDTimerIndex index{timers};
+    std::unique_ptr<NSMutableArray> array = std::make_unique<NSMutableArray>();
+    LScheduleKeys keys{array};
+    bool removedAny = false;
+
+    /// Whether there is anything at `path`. Most schedules are of one application, which is looked for once.
+    bool Exists(const std::string& path) {
+        if (path != lastPath || path.empty()) {
+            lastExists = NSFileManager::defaultManager().fileExistsAtPath(path);
+            lastPath = path;
+        }
+        return lastExists;
     }
-    loaded.Link(std::make_unique<LGCDTimer>(record->bundleId.c_str(), record->appPath.c_str(), record->skedName.c_str(),
-                                            record->start, record->daily, record->weekly, record->weekDays, this));
-    return true;
+    std::string lastPath;
+    bool lastExists = false;
+};
+
+void LGCDScheduler::Load() {
+    Loading loading;
+    bool deletedAny = false;
+    const std::vector<std::string> keys = LReadScheduleIndex(Store()).value_or(std::vector<std::string>());
+    loading.index.Reserve(keys.size());
+    for (const std::string& key : keys) {
+        if (loading.keys.Contains(key)) continue;
+        if (WasDeletedUnseen(key)) {
+            Store().removeObjectForKey(key);
+            deletedAny = true;
+            continue;
+        }
+        loading.keys.Append(key);
+        LoadSchedule(key, loading);
+    }
+    index_.Swap(loading.index);
+    keys_.Swap(loading.keys);
+    indexPrepared_ = false;
+    if (deletedAny) PrepareIndex();
+    if (deletedAny || loading.removedAny) Flush();
+}
+
+/// Arms the schedule under `key`, if there is one, or removes its record when its application has gone.
+void LGCDScheduler::LoadSchedule(const std::string& key, Loading& loading) {
+    const std::optional<LScheduleRecord> record = LReadScheduleRecord(Store(), key);
+    if (!record) return;
+    if (!loading.Exists(record->appPath)) {
+        Store().removeObjectForKey(LScheduleKey(record->bundleId, record->appPath, record->skedName));
+        loading.removedAny = true;
+        return;
+    }
+    loading.index.Link(std::make_unique<LGCDTimer>(record->bundleId.c_str(), record->appPath.c_str(),
+                                                   record->skedName.c_str(), record->start, record->daily,
+                                                   record->weekly, record->weekDays, this));
+}
+
+/// Whether a DeleteAll that could not see the store would have removed the key from it. What was added since stays.
+bool LGCDScheduler::WasDeletedUnseen(const std::string& key) const {
+    if (key == kScheduleIndexKey || keys_.Contains(key)) return false;
+    return std::any_of(deletedUnseen_.begin(), deletedUnseen_.end(),
+                       [&key](const std::string& prefix) { return key.starts_with(prefix); });
+}
+
+/// Loads what could not be loaded before, if that can be done now.
+void LGCDScheduler::CatchUp() {
+    if (!behind_ || !platform_defaults::readStore()) return;
+    Load();
+    behind_ = false;
+    ForgetTrying();
+}
+
+void LGCDScheduler::TryAgain() {
+    const std::lock_guard lock(mutex_);
+    if (!behind_) return ForgetTrying();
+    retry_.Again();  // first, so that a want of memory does not end it
+    CatchUp();
+}
+
+void LGCDScheduler::ForgetTrying() {
+    deletedUnseen_.clear();
+    retry_.Stop();
 }
 
 // ---- The store's side, under the lock

@@ -11,8 +11,10 @@
 //
 // Failures. No operation reports one. Texts that are null, longer than 259 bytes or no UTF-8, and the one identity
 // whose key would be the index's own, make an operation do nothing. What cannot be flushed stays pending and goes with
-// the next flush. When memory is out, an operation throws std::bad_alloc and has had no effect, and the next one works;
-// a firing needs no memory.
+// the next flush. A store that cannot be read when it is to be loaded is loaded as soon as it can be: every operation
+// tries again first, and a timer does while there is none. What was added meanwhile wins over the same key in the
+// store, and what was deleted stays deleted. When memory is out, an operation throws std::bad_alloc and has had no
+// effect, and the next one works; a firing needs no memory.
 //
 //     class Launcher : public LGCDScheduler {
 //       public:
@@ -23,6 +25,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include <Foundation/Foundation.h>
@@ -31,6 +34,7 @@
 
 #include "base/LList.h"
 #include "datetime/LDateTime.h"
+#include "scheduler/LGCDRetry.h"
 #include "scheduler/LGCDTimer.h"
 #include "scheduler/LGCDTimerIndex.h"
 #include "scheduler/LScheduleKeys.h"
@@ -92,10 +96,16 @@ class LGCDScheduler {
     std::unique_ptr<NSMutableArray> skedKeys;
 
   private:
+    struct Loading;
+    void Load();
+    void LoadSchedule(const std::string& key, Loading& loading);
+    void CatchUp();
+    void TryAgain();
+    void ForgetTrying();
+    [[nodiscard]] bool WasDeletedUnseen(const std::string& key) const;
     void PrepareIndex();
     void WriteIndex();
     void WriteThrough(const std::string& key, NSDictionary record);
-    bool LoadRecord(const std::string& key, LGCDTimerIndex& loaded);
     void RemoveFired(dispatch_source_s* source);
 
     mutable std::mutex mutex_;  // over everything else here
@@ -103,4 +113,8 @@ class LGCDScheduler {
     LScheduleKeys keys_{skedKeys};
     bool indexPrepared_ = false;  // the store knows `skedKeys`: handing it over again cannot fail
     std::shared_ptr<PlatformGate> gate_;
+
+    bool behind_ = false;                  // the store was to be loaded and could not be read
+    std::set<std::string> deletedUnseen_;  // prefixes of keys that a DeleteAll would have removed from it
+    LGCDRetry retry_;                      // runs while `behind_`
 };

@@ -1,3 +1,4 @@
+#include <platform_defaults.h>
 #include <platform_testing.h>
 
 #include <new>
@@ -10,9 +11,16 @@ using defaults_place::FileState;
 
 // ---- The file, as it comes and goes
 
+// A file that could not be read is not tried at every turn: each would wait for its lock, and one that is read in the
+// midst of an operation would change under it.
 bool NSUserDefaultsBody::ensureLoaded() {
+    return loaded || (!unreadable && tryToLoad());
+}
+
+bool NSUserDefaultsBody::tryToLoad() {
     if (loaded) return true;
     const StoreResult result = load();
+    unreadable = result == StoreResult::unavailable;
     if (result == StoreResult::noMemory) throw std::bad_alloc();
     return result == StoreResult::ok;
 }
@@ -137,6 +145,12 @@ void DefaultsAccess::reopen(NSUserDefaults& object, std::string path) {
 
 void platform_testing::use_defaults_at(const std::string& path) {
     DefaultsAccess::reopen(NSUserDefaults::standardUserDefaults(), path);
+}
+
+bool platform_defaults::readStore() {
+    NSUserDefaultsBody& body = DefaultsAccess::body(NSUserDefaults::standardUserDefaults());
+    const std::lock_guard lock(body.mutex);
+    return body.tryToLoad();
 }
 
 NSUserDefaults::NSUserDefaults() = default;

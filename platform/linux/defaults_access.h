@@ -18,8 +18,10 @@ struct NSUserDefaultsBody {
     /// `file` is empty for the standard place, which is then looked up at first use.
     explicit NSUserDefaultsBody(std::string file, Access accessTo) : path(std::move(file)), access(accessTo) {}
 
-    /// Reads the file unless that was done; false when it cannot be read just now. Throws std::bad_alloc.
+    /// Reads the file unless that was done or tried; false when it could not be read. Throws std::bad_alloc.
     bool ensureLoaded();
+    /// Reads the file unless that was done; false when it cannot be read just now. Throws std::bad_alloc.
+    bool tryToLoad();
     bool flush();
 
     std::mutex mutex;
@@ -30,6 +32,7 @@ struct NSUserDefaultsBody {
     /// The file whose content the values include; nothing when there was none.
     std::optional<FileIdentity> identity;
     bool loaded = false;
+    bool unreadable = false;  // when it was last tried
     bool triedToRead = false;
 
   private:

@@ -152,4 +152,41 @@ TEST_F(SchedulerTest, UnusableTextsDoNothing) {
     EXPECT_EQ(Timers(), longest + "1 A1");
 }
 
+// Nothing is armed from a store that cannot be read, and nothing of it is lost: what was added meanwhile wins, and what
+// was deleted does not come back, however the store is found readable in the end.
+TEST_F(SchedulerTest, AStoreThatCannotBeReadAtTheStartIsLoadedLater) {
+    for (const bool byTimer : {true, false}) {
+        for (const char* name : {"A", "B", "C"}) Daily(name);
+        Add(folder + "/b.app", "other", 30000, true, false, 0);
+        Add(folder + "/b.app", "kept", 30000, true, false, 0);
+        platform_testing::use_defaults_at(folder + "/defaults.sqlite3");
+        std::filesystem::permissions(folder, std::filesystem::perms(0770));  // the folder is refused
+        scheduler.LoadFromSettings();
+        EXPECT_EQ(Timers(), "");
+        Daily("D");
+        Once("A", 1000);
+        scheduler.Delete(kId, app.c_str(), "B");
+        scheduler.DeleteAll(kId, (folder + "/b.app").c_str());
+        Add(folder + "/b.app", "kept", 1000, false, false, 0);
+        clock.advance(kSecond);
+        EXPECT_EQ(Timers(), "kept1! A1! D1");
+
+        std::filesystem::permissions(folder, std::filesystem::perms(0700));
+        clock.advance(kSecond);
+        EXPECT_EQ(Timers(), "kept1! A1! D1");  // the second pause is longer
+        if (byTimer) {
+            clock.advance(kSecond);
+        } else {
+            scheduler.Delete(kId, app.c_str(), "never added");
+        }
+        EXPECT_EQ(Timers(), "kept1! A1! D1 C1");
+        platform_testing::use_defaults_at(folder + "/defaults.sqlite3");
+        EXPECT_EQ(Stored(), "-/a.appB /a.appC /a.appD /a.appA /b.appkept");
+        scheduler.LoadFromSettings();
+        EXPECT_EQ(Timers(), "kept1! A1! D1 C1");
+        for (const char* path : {"/a.app", "/b.app"}) scheduler.DeleteAll(kId, (folder + path).c_str());
+        EXPECT_EQ(Timers() + Stored(), "");
+    }
+}
+
 }  // namespace
