@@ -99,4 +99,46 @@ class Entry {
     EntryHeader header_;
 };
 
+/// A key that entries are compared with. Its length and last letters, by which the keys of a vocabulary differ sooner
+/// than by their first, are looked at before the rest.
+class Key {
+  public:
+    /// `bytes` with the terminator, at least 1; the text outlives the key.
+    Key(const char* text, size_t bytes) : text_(text), bytes_(bytes), tail_(tailOf(text, bytes)) {}
+    explicit Key(const Entry& entry) : Key(entry.key(), entry.keyBytes()) {}
+
+    [[nodiscard]] const char* text() const { return text_; }
+    [[nodiscard]] size_t bytes() const { return bytes_; }
+    [[nodiscard]] bool isOf(const Entry& entry) const {
+        if (entry.keyBytes() != bytes_ || tailOf(entry.key(), bytes_) != tail_) return false;
+        for (size_t at = 0; at + sizeof tail_ < bytes_; at += sizeof tail_) {
+            if (loadWord(entry.key() + at) != loadWord(text_ + at)) return false;
+        }
+        return true;
+    }
+
+    /// Keys that differ mostly have different slots.
+    [[nodiscard]] size_t slot() const {
+        constexpr uint64_t mixer = 0x9E3779B97F4A7C15;  // 2 to the 64th over the golden ratio: Fibonacci hashing
+        return ((tail_ + bytes_) * mixer) >> (64 - slotBits);
+    }
+    static constexpr unsigned slotBits = 6;
+    static constexpr size_t slots = size_t{1} << slotBits;
+
+  private:
+    static uint64_t loadWord(const char* text) { return load<uint64_t>(reinterpret_cast<const unsigned char*>(text)); }
+
+    /// The last eight bytes, or as many as there are.
+    static uint64_t tailOf(const char* text, size_t bytes) {
+        if (bytes >= sizeof(uint64_t)) return loadWord(text + bytes - sizeof(uint64_t));
+        uint64_t tail = 0;
+        for (size_t i = 0; i < bytes; ++i) tail = tail << 8 | static_cast<unsigned char>(text[i]);
+        return tail;
+    }
+
+    const char* text_;
+    size_t bytes_;
+    uint64_t tail_;
+};
+
 }  // namespace wire

@@ -17,6 +17,17 @@ constexpr size_t maxStoredKeyBytes = UINT16_MAX;
 constexpr size_t maxStoredValueBytes = size_t{1} << 30;
 constexpr uint32_t descriptorWeight = 16;  // undelivered descriptors are dearer than bytes: few of them fill a process
 
+/// Copies `bytes` bytes to `to` and fills up with zeros to a multiple of eight.
+void putPadded(unsigned char* to, const void* from, size_t bytes) {
+    if (bytes == 0) return;
+    if (bytes == sizeof(uint64_t)) {  // any number; without a call
+        std::memcpy(to, from, sizeof(uint64_t));
+        return;
+    }
+    wire::store(to + wire::padded(bytes) - sizeof(uint64_t), uint64_t{0});
+    std::memcpy(to, from, bytes);
+}
+
 }  // namespace
 
 Dictionary* Dictionary::allocate(size_t capacity) noexcept {
@@ -54,6 +65,10 @@ Dictionary* Dictionary::receive(const unsigned char* frame, size_t length, const
     message->kind_ = static_cast<wire::Kind>(header.kind);
     message->wantsReply_ = message->kind_ == wire::Kind::Request;
     message->remote_ = std::move(remote);
+    message->forEach([message](const wire::Entry& entry) {
+        message->places_[wire::Key(entry).slot()] = message->placeOf(entry.start());
+        return true;
+    });
     if (header.descriptors > 0) message->adoptDescriptors(descriptors);
     return message;
 }
@@ -93,41 +108,23 @@ void Dictionary::forEach(Visit&& visit) const {
     }
 }
 
-unsigned char* Dictionary::find(const char* key) const {
-    if (key == nullptr) return nullptr;
-    const size_t keyBytes = std::strlen(key) + 1;
+/// The walk, for keys whose slot tells nothing.
+unsigned char* Dictionary::search(const char* key, size_t keyBytes) const {
+    const wire::Key sought(key, keyBytes);
     unsigned char* found = nullptr;
     forEach([&](const wire::Entry& entry) {
-        if (entry.keyBytes() != keyBytes || std::memcmp(entry.key(), key, keyBytes) != 0) return true;
+        if (!sought.isOf(entry)) return true;
         found = entry.start();
         return false;
     });
     return found;
 }
 
-const unsigned char* Dictionary::find(const char* key, wire::Type type, size_t* bytes) const {
-    unsigned char* start = find(key);
-    if (start == nullptr) return nullptr;
-    const wire::Entry entry(start);
-    if (entry.type() != type) return nullptr;
-    if (bytes != nullptr) *bytes = entry.valueBytes();
-    return entry.value();
-}
-
-void Dictionary::set(const char* key, wire::Type type, const void* value, size_t bytes) {
-    const size_t keyBytes = std::strlen(key) + 1;
-    if (keyBytes > maxStoredKeyBytes || bytes > maxStoredValueBytes) {
-        unsendable_ = true;
-        return;
-    }
-    unsigned char* old = find(key);
-    if (old != nullptr && wire::padded(wire::Entry(old).valueBytes()) == wire::padded(bytes)) {
-        overwrite(wire::Entry(old), type, value, bytes);
-        return;
-    }
-    // The old value goes last: the new one may be a copy of it, and memory may be out.
-    append(key, keyBytes, type, value, bytes);
-    if (old != nullptr) remove(wire::Entry(old));
+/// Where in the first chunk the entry at `start` begins; `elsewhere` when it is in another, or too far on.
+uint16_t Dictionary::placeOf(const unsigned char* start) const {
+    const uintptr_t place =
+        (reinterpret_cast<uintptr_t>(start) - reinterpret_cast<uintptr_t>(first_->bytes())) / placeBytes;
+    return place < elsewhere && place * placeBytes < first_->capacity ? static_cast<uint16_t>(place) : elsewhere;
 }
 
 Dictionary::Chunk* Dictionary::roomFor(size_t bytes) {
@@ -143,23 +140,38 @@ Dictionary::Chunk* Dictionary::roomFor(size_t bytes) {
     return chunk->next;
 }
 
-void Dictionary::append(const char* key, size_t keyBytes, wire::Type type, const void* value, size_t bytes) {
-    const size_t total = wire::entryBytes(keyBytes, bytes);
+inline void Dictionary::append(const wire::Key& key, wire::Type type, const void* value, size_t bytes) {
+    const size_t total = wire::entryBytes(key.bytes(), bytes);
     Chunk* chunk = roomFor(total);
     unsigned char* start = chunk->bytes() + chunk->used;
-    wire::store(start, wire::EntryHeader{static_cast<uint32_t>(bytes), static_cast<uint16_t>(keyBytes),
+    wire::store(start, wire::EntryHeader{static_cast<uint32_t>(bytes), static_cast<uint16_t>(key.bytes()),
                                          static_cast<uint8_t>(type), 0});
     unsigned char* keyStart = start + sizeof(wire::EntryHeader);
-    unsigned char* valueStart = keyStart + wire::padded(keyBytes);
-    std::memcpy(keyStart, key, keyBytes);
-    std::memset(keyStart + keyBytes, 0, wire::padded(keyBytes) - keyBytes);
-    if (bytes > 0) std::memcpy(valueStart, value, bytes);
-    std::memset(valueStart + bytes, 0, wire::padded(bytes) - bytes);
+    putPadded(keyStart, key.text(), key.bytes());
+    putPadded(keyStart + wire::padded(key.bytes()), value, bytes);
+    places_[key.slot()] = placeOf(start);
     chunk->used += static_cast<uint32_t>(total);
     ++chunk->live;
     ++count_;
     bytes_ += total;
     if (type == wire::Type::Descriptor) ++descriptorCount_;
+}
+
+void Dictionary::set(const char* key, wire::Type type, const void* value, size_t bytes) {
+    const size_t keyBytes = std::strlen(key) + 1;
+    if (keyBytes > maxStoredKeyBytes || bytes > maxStoredValueBytes) {
+        unsendable_ = true;
+        return;
+    }
+    const wire::Key sought(key, keyBytes);
+    unsigned char* old = find(sought);
+    if (old != nullptr && wire::padded(wire::Entry(old).valueBytes()) == wire::padded(bytes)) {
+        overwrite(wire::Entry(old), type, value, bytes);
+        return;
+    }
+    // The old value goes last: the new one may be a copy of it, and memory may be out.
+    append(sought, type, value, bytes);
+    if (old != nullptr) remove(wire::Entry(old));
 }
 
 void Dictionary::overwrite(const wire::Entry& entry, wire::Type type, const void* value, size_t bytes) {
@@ -182,6 +194,8 @@ void Dictionary::forgetValue(const wire::Entry& entry) {
 /// does not grow the dictionary.
 void Dictionary::remove(const wire::Entry& entry) {
     forgetValue(entry);
+    uint16_t& place = places_[wire::Key(entry).slot()];
+    if (place == placeOf(entry.start())) place = elsewhere;
     --count_;
     bytes_ -= entry.bytes();
     wire::store(entry.start() + offsetof(wire::EntryHeader, type), static_cast<uint8_t>(wire::Type::Hole));

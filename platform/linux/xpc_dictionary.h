@@ -14,6 +14,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/linux/runtime.h"
 #include "platform/linux/wire_format.h"
@@ -88,7 +89,10 @@ class Dictionary final : public Object, public runtime::Job {
     template <typename Visit>
     void forEach(Visit&& visit) const;
     Chunk* roomFor(size_t bytes);
-    void append(const char* key, size_t keyBytes, wire::Type type, const void* value, size_t bytes);
+    [[nodiscard]] unsigned char* find(const wire::Key& key) const;
+    [[nodiscard]] unsigned char* search(const char* key, size_t keyBytes) const;
+    [[nodiscard]] uint16_t placeOf(const unsigned char* start) const;
+    void append(const wire::Key& key, wire::Type type, const void* value, size_t bytes);
     void overwrite(const wire::Entry& entry, wire::Type type, const void* value, size_t bytes);
     void remove(const wire::Entry& entry);
     void forgetValue(const wire::Entry& entry);
@@ -108,6 +112,38 @@ class Dictionary final : public Object, public runtime::Job {
     bool unsendable_ = false;
     Ref<_xpc_connection_s> remote_;
     Chunk* first_ = nullptr;  // behind the object, in the same block
+
+    // For each slot of keys the place in the first chunk of the entry that was appended last, which usually is the only
+    // one: most keys are found, or found missing, without a walk.
+    static constexpr size_t placeBytes = 8;
+    static constexpr uint16_t nowhere = 0;             // no key of the slot was ever stored; the header is there
+    static constexpr uint16_t elsewhere = UINT16_MAX;  // further on, in another chunk, or no longer there
+    std::array<uint16_t, wire::Key::slots> places_{};
 };
+
+// What every getter and setter begins with, in the header so that it becomes part of them.
+
+inline unsigned char* Dictionary::find(const wire::Key& key) const {
+    const uint16_t place = places_[key.slot()];
+    if (place == nowhere) return nullptr;
+    if (place != elsewhere) {
+        unsigned char* const start = first_->bytes() + place * placeBytes;
+        if (key.isOf(wire::Entry(start))) return start;
+    }
+    return search(key.text(), key.bytes());
+}
+
+inline unsigned char* Dictionary::find(const char* key) const {
+    return key == nullptr ? nullptr : find(wire::Key(key, std::strlen(key) + 1));
+}
+
+inline const unsigned char* Dictionary::find(const char* key, wire::Type type, size_t* bytes) const {
+    unsigned char* start = find(key);
+    if (start == nullptr) return nullptr;
+    const wire::Entry entry(start);
+    if (entry.type() != type) return nullptr;
+    if (bytes != nullptr) *bytes = entry.valueBytes();
+    return entry.value();
+}
 
 }  // namespace transport

@@ -13,7 +13,8 @@ namespace {
 
 /// Null for anything that is no dictionary, so that asking an error object for a value has the neutral result.
 Dictionary* dictionaryOf(xpc_object_t object) {
-    return xpc_get_type(object) == XPC_TYPE_DICTIONARY ? static_cast<Dictionary*>(object) : nullptr;
+    const auto* typed = static_cast<transport::Object*>(object);
+    return typed != nullptr && typed->objectType == XPC_TYPE_DICTIONARY ? static_cast<Dictionary*>(object) : nullptr;
 }
 
 void setBytes(xpc_object_t object, const char* key, Type type, const void* value, size_t bytes) {

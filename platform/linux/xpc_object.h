@@ -18,7 +18,11 @@ struct Object {
 
     void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept {
-        if (references.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
+        // Nobody can take a reference beside the last one, so that one needs no exchange with other processors.
+        if (references.load(std::memory_order_acquire) == 1 ||
+            references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            destroy();
+        }
     }
 
     const xpc_type_t objectType;
