@@ -2,7 +2,8 @@
 //
 // Decoding follows "Validating UTF-8 In Less Than One Instruction Per Byte" (Keiser, Lemire, 2020) for the checks and
 // "Transcoding Unicode Characters with AVX2" (Lemire, Muła, 2022) for the spreading of sequences over lanes. Every
-// block begins with a sequence, so nothing is carried from one to the next.
+// block begins with a sequence, so nothing is carried from one to the next. Runs of one- and two-byte sequences, which
+// most alphabets write, need neither: there each byte becomes a lane, and the lanes of first bytes are left out.
 #include <immintrin.h>
 
 #include "base/LCharsetsBlocks.h"
@@ -18,6 +19,7 @@ constexpr size_t blockVectors = 4;
 constexpr size_t blockBytes = blockVectors * vectorBytes;
 
 constexpr WindowTables tables = makeWindowTables();
+constexpr GatherTables gathers = makeGatherTables();
 
 bool hasVectors() {
     return __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt");
@@ -219,13 +221,77 @@ LCHARSETS_VECTOR inline bool decodeBlock(Place<uint8_t, TOut>& place) {
     return true;
 }
 
+/// Decodes sequences of one and two bytes from the first `count` of `bytes`, 8 or 16, which `place` begins with. False,
+/// with the place unchanged, when there is anything else among them. What is right here is told by the masks alone.
+template <unsigned count, typename TOut>
+LCHARSETS_VECTOR inline bool decodeUpTo2(Place<uint8_t, TOut>& place, __m128i bytes) {
+    constexpr uint64_t all = (uint64_t{1} << count) - 1;
+    const __m128i isTrail = isTrailing(bytes);
+    const uint64_t high = topBits(bytes);
+    const uint64_t trailing = topBits(isTrail);
+    const uint64_t first = topBits(isAtLeast(bytes, 0xC2));
+    const uint64_t longer = topBits(isAtLeast(bytes, 0xE0));
+    if (longer != 0 || (first | trailing) != high || trailing != ((first << 1) & all)) return false;
+
+    const __m128i before = _mm_slli_si128(bytes, 1);
+    const __m128i upper = _mm_and_si128(_mm_slli_epi16(before, 6), _mm_set1_epi8(static_cast<char>(0xC0)));
+    const __m128i joined = _mm_or_si128(upper, _mm_and_si128(bytes, _mm_set1_epi8(0x3F)));
+    const __m128i low = _mm_blendv_epi8(bytes, joined, isTrail);
+    const __m128i top = _mm_and_si128(_mm_and_si128(_mm_srli_epi16(before, 2), _mm_set1_epi8(0x07)), isTrail);
+    const size_t left = static_cast<size_t>(first & 0xFF);  // The first bytes are left out, the others follow up
+    put8(place.out, _mm_shuffle_epi8(_mm_unpacklo_epi8(low, top), load(gathers.rows[left])));
+    place.out += 8 - gathers.omitted[left];
+    if constexpr (count == vectorBytes) {
+        const size_t right = static_cast<size_t>(first >> 8);
+        put8(place.out, _mm_shuffle_epi8(_mm_unpackhi_epi8(low, top), load(gathers.rows[right])));
+        place.out += 8 - gathers.omitted[right];
+    }
+    place.in += count - (first >> (count - 1));  // One whose trailing byte comes later is left for the next step
+    return true;
+}
+
+/// As many vectors as are well formed and have no longer sequences, until one is plain ASCII; false when none was.
+template <typename TOut>
+LCHARSETS_VECTOR inline bool decodeRunUpTo2(Place<uint8_t, TOut>& place, const uint8_t* end) {
+    const uint8_t* const start = place.in;
+    while (static_cast<size_t>(end - place.in) >= vectorBytes) {
+        const __m128i bytes = load(place.in);
+        if (topBits(bytes) == 0) {
+            put16(place.out, bytes);
+            place.in += vectorBytes;
+            place.out += vectorBytes;
+            return true;
+        }
+        if (!decodeUpTo2<vectorBytes>(place, bytes)) break;
+    }
+    return place.in != start;
+}
+
+/// Blocks of nothing but ASCII.
+template <typename TOut>
+LCHARSETS_VECTOR inline void decodeAsciiBlocks(Place<uint8_t, TOut>& place, const uint8_t* end) {
+    while (static_cast<size_t>(end - place.in) >= blockBytes) {
+        __m128i bytes[blockVectors];
+        __m128i any = _mm_setzero_si128();
+        for (size_t i = 0; i < blockVectors; ++i) any = _mm_or_si128(any, bytes[i] = load(place.in + i * vectorBytes));
+        if (topBits(any) != 0) return;
+        for (size_t i = 0; i < blockVectors; ++i) put16(place.out + i * vectorBytes, bytes[i]);
+        place.in += blockBytes;
+        place.out += blockBytes;
+    }
+}
+
 template <typename TOut>
 LCHARSETS_VECTOR Place<uint8_t, TOut> decodeVectors(Place<uint8_t, TOut> place, const uint8_t* end) {
-    while (static_cast<size_t>(end - place.in) >= blockBytes) {
-        if (!decodeBlock<blockVectors>(place)) return place;
-    }
     while (static_cast<size_t>(end - place.in) >= vectorBytes) {
-        if (!decodeBlock<1>(place)) return place;
+        decodeAsciiBlocks(place, end);
+        if (decodeRunUpTo2(place, end)) continue;
+        const size_t left = static_cast<size_t>(end - place.in);
+        if (left < vectorBytes) break;
+        if (!(left < blockBytes ? decodeBlock<1>(place) : decodeBlock<blockVectors>(place))) return place;
+    }
+    if (static_cast<size_t>(end - place.in) >= vectorBytes / 2) {
+        decodeUpTo2<vectorBytes / 2>(place, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(place.in)));
     }
     return place;
 }

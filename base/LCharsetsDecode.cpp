@@ -20,7 +20,9 @@ inline bool takeSequence(Place<uint8_t, TOut>& place, const uint8_t* end) {
     if (left == 0) return false;
     uint32_t value = in[0];
     size_t length = 1;
-    if (value >= 0xE0 && value < 0xF0) {
+    if (value < 0x80) {
+        // itself
+    } else if (value >= 0xE0 && value < 0xF0) {
         if (left < 3 || !isTrailing(in[1]) || !isTrailing(in[2])) return false;
         value = (value << 12) + (uint32_t{in[1]} << 6) + in[2] - offsetsFromUTF8[2];
         if (value < 0x800 || (value >= 0xD800 && value < 0xE000)) return false;
@@ -34,7 +36,7 @@ inline bool takeSequence(Place<uint8_t, TOut>& place, const uint8_t* end) {
         value = (value << 18) + (uint32_t{in[1]} << 12) + (uint32_t{in[2]} << 6) + in[3] - offsetsFromUTF8[3];
         if (value < 0x10000 || value > lastCharacter) return false;
         length = 4;
-    } else if (value >= 0x80) {
+    } else {
         return false;
     }
     *place.out++ = static_cast<TOut>(value);

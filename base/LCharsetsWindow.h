@@ -77,4 +77,26 @@ constexpr WindowTables makeWindowTables() {
     return tables;
 }
 
+/// How to close the gaps between eight lanes of two bytes, by the eight bits that say which lanes are left out.
+struct GatherTables {
+    alignas(16) uint8_t rows[256][16];
+    uint8_t omitted[256];  ///< How many lanes are left out
+};
+
+constexpr GatherTables makeGatherTables() {
+    GatherTables tables{};
+    for (unsigned key = 0; key < 256; ++key) {
+        unsigned kept = 0;
+        for (unsigned lane = 0; lane < 8; ++lane) {
+            if ((key >> lane & 1) != 0) continue;
+            tables.rows[key][2 * kept] = static_cast<uint8_t>(2 * lane);
+            tables.rows[key][2 * kept + 1] = static_cast<uint8_t>(2 * lane + 1);
+            ++kept;
+        }
+        for (unsigned i = 2 * kept; i < 16; ++i) tables.rows[key][i] = 0x80;  // Gives zero
+        tables.omitted[key] = static_cast<uint8_t>(8 - kept);
+    }
+    return tables;
+}
+
 }  // namespace LCharsetsDetail
