@@ -2,6 +2,7 @@
 //
 // The texts: ASCII is plain English; Latin mixes one accented letter in four, as German or French with many accents
 // does; CJK is three-byte characters with an ASCII one in sixteen. 1 MiB is a document, 40 bytes is a name or a path.
+// Every conversion takes a terminated text whose length it is not told, and terminates what it makes.
 #include <benchmark/benchmark.h>
 #include <fmt/printf.h>
 #include <fnmatch.h>
@@ -40,7 +41,7 @@ void Texts(benchmark::internal::Benchmark* bench) {
     }
 }
 
-/// Runs `convert` over the text of the two arguments and counts its bytes.
+/// Runs `convert` over the terminated text of the two arguments and counts its bytes.
 template <typename Unit, typename Convert>
 void Converted(benchmark::State& state, Convert convert) {
     const std::string text = MakeText(state.range(0), static_cast<size_t>(state.range(1)));
@@ -59,39 +60,61 @@ void Utf32Ours(benchmark::State& state) {
     });
 }
 
+// The library's own unit is UTF-16. Its direct road to UTF-32 is the macro loop over the text, the one through its
+// functions a conversion to UTF-16 and another from there.
 void Utf32Icu(benchmark::State& state) {
     Converted<UChar32>(state, [](const std::string& text, std::vector<UChar32>& out) {
-        // The library's own unit is UTF-16; its direct road to UTF-32 is the macro loop over the text.
-        const auto length = static_cast<int32_t>(text.size());
+        const char* const in = text.c_str();
+        const size_t room = out.size() - 1;
         int32_t at = 0;
         size_t count = 0;
-        while (at < length) {
+        while (count < room) {
             UChar32 character;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"  // the library's macro, not ours
-            U8_NEXT(text.data(), at, length, character);
+            U8_NEXT(in, at, -1, character);
 #pragma GCC diagnostic pop
-            if (character < 0) break;
+            if (character <= 0) break;  // the terminator, or an ill-formed sequence
             out[count++] = character;
         }
+        out[count] = 0;
     });
 }
 
-void Utf32Iconv(benchmark::State& state) {
-    const iconv_t descriptor = iconv_open("UTF-32LE", "UTF-8");
-    Converted<wchar_t>(state, [descriptor](const std::string& text, std::vector<wchar_t>& out) {
-        char* from = const_cast<char*>(text.data());
+void Utf32IcuCalls(benchmark::State& state) {
+    std::vector<UChar> units(static_cast<size_t>(state.range(1)) + 1);
+    Converted<UChar32>(state, [&units](const std::string& text, std::vector<UChar32>& out) {
+        UErrorCode status = U_ZERO_ERROR;
+        int32_t count = 0;
+        u_strFromUTF8(units.data(), static_cast<int32_t>(units.size()), &count, text.c_str(), -1, &status);
+        u_strToUTF32(out.data(), static_cast<int32_t>(out.size()), nullptr, units.data(), count, &status);
+    });
+}
+
+/// The text's end is looked for and one unit of room kept for the terminator, as by all the others.
+template <typename Unit>
+void Iconv(benchmark::State& state, const char* encoding) {
+    const iconv_t descriptor = iconv_open(encoding, "UTF-8");
+    Converted<Unit>(state, [descriptor](const std::string& text, std::vector<Unit>& out) {
+        char* from = const_cast<char*>(text.c_str());
         char* to = reinterpret_cast<char*>(out.data());
-        size_t fromLeft = text.size();
-        size_t toLeft = out.size() * sizeof(wchar_t);
+        size_t fromLeft = std::strlen(from);
+        size_t toLeft = (out.size() - 1) * sizeof(Unit);
         iconv(descriptor, &from, &fromLeft, &to, &toLeft);
+        *reinterpret_cast<Unit*>(to) = 0;
     });
     iconv_close(descriptor);
 }
 
+void Utf32Iconv(benchmark::State& state) {
+    Iconv<wchar_t>(state, "UTF-32LE");
+}
+
+/// utfcpp bounds no output; the rest is the same.
 void Utf32Utfcpp(benchmark::State& state) {
     Converted<wchar_t>(state, [](const std::string& text, std::vector<wchar_t>& out) {
-        utf8::utf8to32(text.begin(), text.end(), out.begin());
+        const char* const in = text.c_str();
+        *utf8::utf8to32(in, in + std::strlen(in), out.begin()) = 0;
     });
 }
 
@@ -104,26 +127,27 @@ void Utf16Ours(benchmark::State& state) {
 void Utf16Icu(benchmark::State& state) {
     Converted<UChar>(state, [](const std::string& text, std::vector<UChar>& out) {
         UErrorCode status = U_ZERO_ERROR;
-        u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), nullptr, text.data(),
-                      static_cast<int32_t>(text.size()), &status);
+        u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), nullptr, text.c_str(), -1, &status);
+    });
+}
+
+/// For long texts the library is quicker when it is told the length.
+void Utf16IcuLength(benchmark::State& state) {
+    Converted<UChar>(state, [](const std::string& text, std::vector<UChar>& out) {
+        UErrorCode status = U_ZERO_ERROR;
+        u_strFromUTF8(out.data(), static_cast<int32_t>(out.size()), nullptr, text.c_str(),
+                      static_cast<int32_t>(std::strlen(text.c_str())), &status);
     });
 }
 
 void Utf16Iconv(benchmark::State& state) {
-    const iconv_t descriptor = iconv_open("UTF-16LE", "UTF-8");
-    Converted<unsigned short>(state, [descriptor](const std::string& text, std::vector<unsigned short>& out) {
-        char* from = const_cast<char*>(text.data());
-        char* to = reinterpret_cast<char*>(out.data());
-        size_t fromLeft = text.size();
-        size_t toLeft = out.size() * sizeof(unsigned short);
-        iconv(descriptor, &from, &fromLeft, &to, &toLeft);
-    });
-    iconv_close(descriptor);
+    Iconv<unsigned short>(state, "UTF-16LE");
 }
 
 void Utf16Utfcpp(benchmark::State& state) {
     Converted<unsigned short>(state, [](const std::string& text, std::vector<unsigned short>& out) {
-        utf8::utf8to16(text.begin(), text.end(), out.begin());
+        const char* const in = text.c_str();
+        *utf8::utf8to16(in, in + std::strlen(in), out.begin()) = 0;
     });
 }
 
@@ -137,11 +161,13 @@ void Memory(benchmark::State& state) {
 
 BENCHMARK(Utf32Ours)->Name("utf32/ours")->Apply(Texts);
 BENCHMARK(Utf32Icu)->Name("utf32/icu")->Apply(Texts);
+BENCHMARK(Utf32IcuCalls)->Name("utf32/icu_calls")->Apply(Texts);
 BENCHMARK(Utf32Iconv)->Name("utf32/iconv")->Apply(Texts);
 BENCHMARK(Utf32Utfcpp)->Name("utf32/utfcpp")->Apply(Texts);
 BENCHMARK_TEMPLATE(Memory, wchar_t)->Name("utf32/limit")->Apply(Texts);
 BENCHMARK(Utf16Ours)->Name("utf16/ours")->Apply(Texts);
 BENCHMARK(Utf16Icu)->Name("utf16/icu")->Apply(Texts);
+BENCHMARK(Utf16IcuLength)->Name("utf16/icu_length")->Apply(Texts);
 BENCHMARK(Utf16Iconv)->Name("utf16/iconv")->Apply(Texts);
 BENCHMARK(Utf16Utfcpp)->Name("utf16/utfcpp")->Apply(Texts);
 BENCHMARK_TEMPLATE(Memory, unsigned short)->Name("utf16/limit")->Apply(Texts);

@@ -138,12 +138,15 @@ class AtLeast(Row):
 
 def text_rows():
     alphabets = ("ASCII", "Latin", "CJK")
-    peers = ["icu", "iconv", "utfcpp"]
-    for unit in ("utf32", "utf16"):
+    for unit, more in (("utf32", "icu_calls"), ("utf16", "icu_length")):
+        icu = ["icu", more]  # two ways to use the library; the better one counts
+        peers = [*icu, "iconv", "utfcpp"]
         for alphabet, word in enumerate(alphabets):
             for size, said in ((40, "40 bytes"), (1 << 20, "1 MiB")):
-                ratio = 1 / (3 if unit == "utf32" else 5) if alphabet == 0 else 1
-                goal = (round(ratio, 2), ["icu"] if alphabet == 0 else peers)
+                if alphabet == 0:
+                    goal = (round(1 / (3 if unit == "utf32" else 5), 2), icu)
+                else:  # vectors carry through a document; in a name most is begin and end
+                    goal = (0.67 if size > 40 else 1, peers)
                 yield Row(f"UTF-8 to {unit.upper().replace('F', 'F-')}, {word}, {said}", unit, [*peers, "limit"],
                           [goal], f"{alphabet}/{size}")
     yield Row('print "%s_%u"', "print_name", ["snprintf", "fmt"], [(1.0, ["snprintf"])])
