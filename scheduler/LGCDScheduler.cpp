@@ -40,6 +40,11 @@ void Flush() {
     }
 }
 
+/// No more than is in use: of thousands that fire at one instant, each byte comes from far memory.
+void CopyText(char (&copy)[kScheduleTextSize], const char (&text)[kScheduleTextSize]) {
+    std::memcpy(copy, text, std::strlen(text) + 1);
+}
+
 /// What a source's handler holds. The source is known only after it was created, when nothing may fail any more.
 struct Firing {
     std::shared_ptr<PlatformGate> gate;
@@ -272,9 +277,9 @@ void LGCDScheduler::EvScheduleStart(dispatch_source_s* source) {
         const std::lock_guard lock(mutex_);
         const LGCDTimer* timer = index_.HolderOf(source);
         if (timer == nullptr) return;
-        std::memcpy(bundleId, timer->bundleId, sizeof bundleId);
-        std::memcpy(appPath, timer->appPath, sizeof appPath);
-        std::memcpy(skedName, timer->skedName, sizeof skedName);
+        CopyText(bundleId, timer->bundleId);
+        CopyText(appPath, timer->appPath);
+        CopyText(skedName, timer->skedName);
     }
     try {
         EvScheduleStart(bundleId, appPath, skedName);
@@ -288,9 +293,10 @@ void LGCDScheduler::EvScheduleStart(dispatch_source_s* source) {
 /// Takes a one-off out of memory after its firing. It may have been deleted or replaced while the owner was told; its
 /// source is then held by nobody, and cannot have come back at the same address while its handler runs.
 void LGCDScheduler::RemoveFired(dispatch_source_s* source) {
+    std::unique_ptr<LGCDTimer> removed;  // destroyed after the lock is let go, for the sake of firings side by side
     const std::lock_guard lock(mutex_);
     LGCDTimer* const timer = index_.HolderOf(source);
-    if (timer != nullptr && timer->oneOff) index_.Unlink(timer);
+    if (timer != nullptr && timer->oneOff) removed = index_.Unlink(timer);
 }
 
 dispatch_source_s* LGCDScheduler::CreateTimer(long delay, long interval, LGCDScheduler* scheduler) {

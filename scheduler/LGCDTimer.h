@@ -1,7 +1,7 @@
 // One schedule in memory, and the timer sources that are armed for it.
 //
 // Both are elements of an LList and belong to the list that holds them: an LGCDTimer to its scheduler's `timers`, an
-// LGCDSource to its timer's `sources`. Everything here is touched under the scheduler's lock only.
+// LGCDSource to its timer's `sources`. What is in a list is touched under the scheduler's lock only.
 #pragma once
 
 #include <cstddef>

@@ -11,7 +11,7 @@ ManualClock::ManualClock() {
 
 ManualClock::~ManualClock() {
     runtime::setManualNow(0);
-    runtime::TimerService::shared().clockChanged();
+    runtime::TimerService::shared().programForFirst();
 }
 
 void ManualClock::advance(uint64_t nanoseconds) {

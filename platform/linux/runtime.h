@@ -49,6 +49,10 @@ class JobList {
 /// What every queue is: somewhere to post jobs, in order.
 struct dispatch_queue_s {
     virtual void post(runtime::Job* job) noexcept = 0;
+    /// All of them, in their order; the list is empty afterwards.
+    virtual void postAll(runtime::JobList& jobs) noexcept {
+        while (runtime::Job* job = jobs.pop()) post(job);
+    }
     virtual void retain() noexcept {}
     virtual void release() noexcept {}
 

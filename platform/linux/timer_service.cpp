@@ -108,17 +108,21 @@ void TimerService::armLocked(dispatch_source_s* source) noexcept {
 void TimerService::programLocked(uint64_t deadline) noexcept {
     if (clockIsManual()) return;
     programmed_ = deadline;
-    if (deadline == kNever) return;  // an expired timerfd is silent by itself
-    itimerspec setting{};            // all zero would silence it, but no deadline is 0
-    setting.it_value.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
-    setting.it_value.tv_nsec = static_cast<long>(deadline % 1'000'000'000);
+    itimerspec setting{};  // all zero silences it; no deadline is 0
+    if (deadline != kNever) {
+        setting.it_value.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
+        setting.it_value.tv_nsec = static_cast<long>(deadline % 1'000'000'000);
+    }
     timerfd_settime(timer_, TFD_TIMER_ABSTIME, &setting, nullptr);
 }
 
 void TimerService::ready(uint32_t) noexcept {
+    if (!clockIsManual()) {
+        fireDue();  // sets it anew, which makes it quiet
+        return;
+    }
     uint64_t count = 0;
     (void)!read(timer_, &count, sizeof(count));  // only to make it quiet
-    if (!clockIsManual()) fireDue();
 }
 
 bool TimerService::fireDue() noexcept {
@@ -128,26 +132,33 @@ bool TimerService::fireDue() noexcept {
     size_t count = 0;
     do {
         count = collectDue(now, batch);
-        for (size_t i = 0; i < count; ++i) {
-            if (batch[i].post) {
-                batch[i].source->queue->post(batch[i].source);
-            } else {
-                batch[i].source->release();
-            }
-        }
+        handOver(batch, count);
         any = any || count != 0;
     } while (count == kBatch);
+    programForFirst();  // last, so that those who are due need not wait for it
     return any;
+}
+
+/// Those that follow one another on one queue are posted together.
+void TimerService::handOver(const Due (&batch)[kBatch], size_t count) noexcept {
+    JobList together;
+    for (size_t i = 0; i < count; ++i) {
+        dispatch_source_s* source = batch[i].source;
+        if (!batch[i].post) {
+            source->release();
+            continue;
+        }
+        dispatch_queue_t queue = source->queue;
+        together.push(source);
+        if (i + 1 == count || !batch[i + 1].post || batch[i + 1].source->queue != queue) queue->postAll(together);
+    }
 }
 
 size_t TimerService::collectDue(uint64_t now, Due (&batch)[kBatch]) noexcept {
     const std::lock_guard lock(mutex_);
     for (size_t count = 0; count < kBatch;) {
-        dispatch_source_s* source = armed_.first();
-        if (source == nullptr || source->deadline > now) {
-            programForFirstLocked();
-            return count;
-        }
+        dispatch_source_s* source = armed_.firstDue(now);
+        if (source == nullptr) return count;
         armed_.remove(source);
         if (!takeFirst(source, now, batch[count])) continue;
         ++count;
@@ -174,12 +185,8 @@ void TimerService::waitForCalls() noexcept {
     while (inFlight_.load(std::memory_order_acquire) != 0) idle_.wait(lock);
 }
 
-void TimerService::clockChanged() noexcept {
+void TimerService::programForFirst() noexcept {
     const std::lock_guard lock(mutex_);
-    programForFirstLocked();
-}
-
-void TimerService::programForFirstLocked() noexcept {
     const dispatch_source_s* first = armed_.first();
     programLocked(first != nullptr ? first->deadline : kNever);
 }

@@ -45,8 +45,8 @@ class TimerService final : public IoWatcher {
     void callEnded() noexcept;
     void waitForCalls() noexcept;
 
-    /// After a change of clock: the timerfd follows the steady clock only.
-    void clockChanged() noexcept;
+    /// Sets the timerfd to the earliest deadline. To be called after a change of clock: it follows the steady one only.
+    void programForFirst() noexcept;
 
     void ready(uint32_t events) noexcept override;
 
@@ -61,11 +61,11 @@ class TimerService final : public IoWatcher {
         bool post;                  // else the source is busy, and its running call will see to it
     };
     size_t collectDue(uint64_t now, Due (&batch)[kBatch]) noexcept;
+    static void handOver(const Due (&batch)[kBatch], size_t count) noexcept;
     static bool takeFirst(dispatch_source_s* source, uint64_t now, Due& due) noexcept;
     void armLocked(dispatch_source_s* source) noexcept;
     void dismissLocked() noexcept;
     void programLocked(uint64_t deadline) noexcept;
-    void programForFirstLocked() noexcept;
 
     std::mutex mutex_;
     TimerSet armed_;

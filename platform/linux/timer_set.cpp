@@ -34,9 +34,12 @@ bool TimerSet::reserve(size_t count) noexcept {
 }
 
 void TimerSet::insert(dispatch_source_s* source) noexcept {
-    if (source->deadline < horizon_ && !near_.empty()) {
-        near_.insert({source->deadline, source->order, source});
-        return;
+    if (source->deadline < horizon_) {
+        if (!near_.empty()) {
+            near_.insert({source->deadline, source->order, source});
+            return;
+        }
+        horizon_ = source->deadline;  // nothing is before it
     }
     source->place = laterPlace(later_.size());
     later_.push_back({source->deadline, source});
@@ -57,6 +60,12 @@ void TimerSet::removeLater(size_t index) noexcept {
     if (index == later_.size()) return;
     later_[index] = last;
     last.source->place = laterPlace(index);
+}
+
+dispatch_source_s* TimerSet::firstDue(uint64_t now) noexcept {
+    if (near_.empty() && now < horizon_) return nullptr;
+    dispatch_source_s* source = first();
+    return source != nullptr && source->deadline <= now ? source : nullptr;
 }
 
 dispatch_source_s* TimerSet::first() noexcept {

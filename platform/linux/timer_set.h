@@ -31,7 +31,11 @@ class TimerSet {
     /// False when the source was not in the set.
     bool remove(dispatch_source_s* source) noexcept;
 
-    /// Null when the set is empty. May choose a new horizon, which takes time in proportion to the set.
+    /// The first source, if it is due at `now`, else null.
+    [[nodiscard]] dispatch_source_s* firstDue(uint64_t now) noexcept;
+
+    /// Null when the set is empty. May choose a new horizon, which takes time in proportion to the set; firstDue does
+    /// so only if something may be due beyond the old one.
     [[nodiscard]] dispatch_source_s* first() noexcept;
 
   private:
@@ -50,8 +54,8 @@ class TimerSet {
     void bringNear() noexcept;
 
     TimerHeap near_;            // all before the horizon
-    std::vector<Later> later_;  // none before the horizon, as long as the heap is not empty
-    uint64_t horizon_ = 0;
+    std::vector<Later> later_;  // none before the horizon
+    uint64_t horizon_ = ~uint64_t{0};
 };
 
 }  // namespace runtime

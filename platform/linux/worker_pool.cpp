@@ -1,5 +1,7 @@
 #include "platform/linux/worker_pool.h"
 
+#include <algorithm>
+
 #include "platform/linux/census.h"
 #include "platform/linux/clock.h"
 
@@ -9,6 +11,13 @@ namespace {
 
 /// Long enough not to press a system that has run out of threads, short enough not to be felt.
 constexpr uint64_t kRetryAfter = 50'000'000;
+
+/// How many workers begin with a crowd of jobs, which is more than there can be workers, and when it is looked at
+/// again. Short jobs are those of which two workers do kShortJobs in that time: about 30 microseconds each, as much as
+/// a worker's waking up may take.
+constexpr unsigned kBeginners = 2;
+constexpr uint64_t kLookAfter = 1'000'000;
+constexpr unsigned kShortJobs = 64;
 
 }  // namespace
 
@@ -22,21 +31,84 @@ WorkerPool& WorkerPool::shared() {
 }
 
 void WorkerPool::post(Job* job) noexcept {
-    std::unique_lock lock(mutex_);
-    if (Worker* worker = idle_) {
-        idle_ = worker->nextIdle;
-        lock.unlock();
-        worker->handed = job;
-        worker->bed.wake();
-        return;
+    Help help;
+    {
+        const std::lock_guard lock(mutex_);
+        jobs_.push(job);
+        ++waiting_;
+        help = helpLocked(1);
     }
-    jobs_.push(job);
-    ++waiting_;
-    if (!needsThread()) return;
-    ++starting_;
-    ++threads_;
-    lock.unlock();
-    startWorker();
+    bring(help);
+}
+
+void WorkerPool::postAll(JobList& jobs) noexcept {
+    Help help;
+    bool look = false;
+    {
+        const std::lock_guard lock(mutex_);
+        while (Job* job = jobs.pop()) {
+            jobs_.push(job);
+            ++waiting_;
+        }
+        const unsigned busy = threads_ - resting_;
+        const unsigned most = waiting_ <= kMostThreads ? kMostThreads : kBeginners - std::min(busy, kBeginners);
+        help = helpLocked(most);
+        look = crowded() && !looking_;
+        if (look) {
+            looking_ = true;
+            taken_ = 0;
+        }
+    }
+    bring(help);
+    if (look) IoLoop::shared().post(&askForLook_);
+}
+
+void WorkerPool::askForLook(Job*) {
+    IoLoop::shared().postAt(addSaturating(steadyNow(), kLookAfter), &shared().look_);
+}
+
+/// Few jobs since the last look means that they are long ones, or that somebody waits in each.
+void WorkerPool::look(Job*) {
+    WorkerPool& pool = shared();
+    Help help;
+    bool again = false;
+    {
+        const std::lock_guard lock(pool.mutex_);
+        if (pool.taken_ < kShortJobs) help = pool.helpLocked(kMostThreads);
+        pool.taken_ = 0;
+        again = pool.looking_ = pool.crowded();
+    }
+    pool.bring(help);
+    if (again) askForLook(nullptr);
+}
+
+/// Hands waiting jobs, the first of them first, to idle workers, those who were busy last first, and starts threads for
+/// the rest, unless a start has just failed: for `most` jobs in all.
+WorkerPool::Help WorkerPool::helpLocked(unsigned most) noexcept {
+    Help help;
+    Worker** end = &help.woken;
+    for (; most != 0 && idle_ != nullptr && waiting_ != 0; --most) {
+        Worker* worker = idle_;
+        idle_ = worker->nextIdle;
+        --resting_;
+        worker->handed = takeLocked();
+        worker->nextIdle = nullptr;
+        *end = worker;
+        end = &worker->nextIdle;
+    }
+    for (; most != 0 && needsThread() && !retrying_; --most, ++help.missing) {
+        ++starting_;
+        ++threads_;
+    }
+    return help;
+}
+
+void WorkerPool::bring(Help help) noexcept {
+    while (Worker* worker = help.woken) {
+        help.woken = worker->nextIdle;  // before it wakes and uses the link itself
+        worker->bed.wake();
+    }
+    while (help.missing-- != 0) startWorker();
 }
 
 unsigned WorkerPool::threadCount() {
@@ -62,14 +134,13 @@ void WorkerPool::askForDelay(Job*) {
 
 void WorkerPool::retry(Job*) {
     WorkerPool& pool = shared();
+    Help help;
     {
         const std::lock_guard lock(pool.mutex_);
         pool.retrying_ = false;
-        if (!pool.needsThread()) return;
-        ++pool.starting_;
-        ++pool.threads_;
+        help = pool.helpLocked(1);
     }
-    pool.startWorker();
+    pool.bring(help);
 }
 
 void WorkerPool::work() {
@@ -87,15 +158,19 @@ void WorkerPool::work() {
     }
 }
 
+Job* WorkerPool::takeLocked() noexcept {
+    --waiting_;
+    ++taken_;
+    return jobs_.pop();
+}
+
 Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
     {
         const std::lock_guard lock(mutex_);
-        if (Job* job = jobs_.pop()) {
-            --waiting_;
-            return job;
-        }
+        if (waiting_ != 0) return takeLocked();
         self.nextIdle = idle_;
         idle_ = &self;
+        ++resting_;
     }
     self.bed.wait();
     return self.handed;

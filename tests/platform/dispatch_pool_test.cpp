@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <deque>
+#include <latch>
 #include <semaphore>
 
 #include "platform/linux/runtime.h"
@@ -32,6 +34,28 @@ TEST(Pool, GrowsByOneWorkerForEachJobThatFindsNoneIdleUpToEight) {
         }).finish();
     EXPECT_EQ(status, 0);
     EXPECT_EQ(trace, "123456788.8");
+}
+
+TEST(Pool, ACrowdOfJobsThatWaitForEachOtherGetsAllEightWorkers) {
+    const auto [status, trace] = Child([] {
+                                     std::latch eight(8);
+                                     std::counting_semaphore<20> ran{0};
+                                     std::deque<Step> crowd;
+                                     runtime::JobList jobs;
+                                     for (int i = 0; i < 20; ++i) {
+                                         crowd.emplace_back([&, i] {
+                                             if (i < 8) eight.arrive_and_wait();
+                                             ran.release();
+                                         });
+                                         jobs.push(&crowd.back());
+                                     }
+                                     runtime::WorkerPool::shared().postAll(jobs);
+                                     for (int i = 0; i < 20; ++i) ran.acquire();
+                                     Child::leave(jobs.empty() ? '.' : '!');
+                                     _exit(0);
+                                 }).finish();
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(trace, ".");
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
