@@ -161,13 +161,12 @@ int ServeBus(const std::string& address) {
     }
 }
 
-/// A daemon with a configuration and a socket of its own in this process's home; returns its address.
+/// A daemon with a configuration in this process's home and a socket in its runtime folder; returns its address.
 std::string StartDaemon(std::unique_ptr<Child>& daemon) {
     const std::string folder = std::getenv("HOME");
-    const std::string address = "unix:path=" + folder + "/bus";
     std::ofstream(folder + "/bus.conf")
-        << "<busconfig><type>session</type><listen>" << address
-        << "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+        << "<busconfig><type>session</type><listen>unix:runtime=yes</listen><auth>EXTERNAL</auth>"
+           "<policy context=\"default\">"
            "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
            "<allow own=\"*\"/>"
            "</policy></busconfig>";
@@ -176,9 +175,9 @@ std::string StartDaemon(std::unique_ptr<Child>& daemon) {
                                                               "--config-file=" + folder + "/bus.conf"},
                                      ready.theirs);
     ready.CloseTheirs();
-    char said[256];
-    if (read(ready.ours, said, sizeof said) <= 0) throw std::runtime_error("the daemon does not start");
-    return address;
+    char said[512]{};  // the address, as others are to write it
+    if (read(ready.ours, said, sizeof said - 1) <= 0) throw std::runtime_error("the daemon does not start");
+    return {said, std::strcspn(said, "\n")};
 }
 
 }  // namespace

@@ -201,10 +201,12 @@ def helper_rows():
                   str(running), mode="free")
 
 
-def table(medians):
+def table(medians, whole):
     lines = ["| work | ours | beside | ratio, or value | goal | met |", "|---|---|---|---|---|---|"]
     for row in [*transport_rows(), *timer_rows(), *helper_rows(), *text_rows()]:
         ours, peers, verdicts = row.judged(medians)
+        if ours is None and not whole:
+            continue
         beside = ", ".join(f"{name} {text_of(value, row.field)}" for name, value in peers.items())
         lines.append("| " + " | ".join([
             row.work, text_of(ours, row.field), beside, "; ".join(verdict[0] for verdict in verdicts),
@@ -252,7 +254,7 @@ def main():
     today = datetime.date.today().isoformat()
     heading = (f"{machine()}; {today}; medians of {options.rounds} rounds; load (1 minute) {load_before:.1f} before "
                f"and {os.getloadavg()[0]:.1f} after.")
-    measured = table(medians)
+    measured = table(medians, whole=not options.only)
     print(f"{heading}\n\n{measured}")
     if options.write:
         page(options.write, heading, measured)
