@@ -19,7 +19,10 @@ class BundleTurn {
   public:
     explicit BundleTurn(FileIdentity bundle) : bundle_(bundle) {
         std::unique_lock lock(mutex());
-        free().wait(lock, [this] { return std::find(busy().begin(), busy().end(), bundle_) == busy().end(); });
+        while (std::find(busy().begin(), busy().end(), bundle_) != busy().end()) {
+            waited_ = true;
+            free().wait(lock);
+        }
         busy().push_back(bundle_);
     }
     ~BundleTurn() {
@@ -29,6 +32,8 @@ class BundleTurn {
     }
     BundleTurn(const BundleTurn&) = delete;
     BundleTurn& operator=(const BundleTurn&) = delete;
+
+    [[nodiscard]] bool waited() const { return waited_; }
 
   private:
     static std::mutex& mutex() {
@@ -44,11 +49,12 @@ class BundleTurn {
         return list;
     }
     FileIdentity bundle_;
+    bool waited_ = false;
 };
 
-bool isRunning(FileIdentity bundle) {
+bool isRunning(FileIdentity bundle, bool lookAnew) {
     if (launchedChildRuns(bundle)) return true;
-    const std::vector<ApplicationProcess> running = takeRecentLook();
+    const std::vector<ApplicationProcess> running = lookAnew ? findApplicationProcesses() : takeRecentLook();
     return std::any_of(running.begin(), running.end(), [bundle](const ApplicationProcess& process) {
         struct stat status {};
         return statFile(process.bundlePath, status) && identityOf(status) == bundle;
@@ -87,7 +93,7 @@ bool launch(const NSString& path) {
     if (!endsInApp(bundle) || !statFile(bundle, status) || !S_ISDIR(status.st_mode)) return false;
     const FileIdentity identity = identityOf(status);
     const BundleTurn turn(identity);
-    if (isRunning(identity)) return true;
+    if (isRunning(identity, turn.waited())) return true;
     const std::string executable = executableOf(bundle);
     return !executable.empty() && launchDetached(executable, identity);
 }

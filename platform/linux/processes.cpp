@@ -189,7 +189,7 @@ std::vector<ApplicationProcess> lookThroughProcesses() {
 
 // ---- Recent looks
 
-constexpr uint64_t kRecent = 20'000'000;  // nanoseconds; about what a look among a thousand processes takes
+constexpr uint64_t kRecent = 5'000'000;  // nanoseconds; a look among some hundred processes takes as long
 
 std::atomic<uint64_t> launches{0};
 

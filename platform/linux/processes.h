@@ -7,7 +7,7 @@
 //
 // A look costs some microseconds for each process of the machine, and takes that long: what begins behind its back is
 // missed. So a launch, which asks under its lock whether the application runs, may take the look that its own thread
-// has just made for the same question, as long as that is no older than a look lasts and nothing was launched since.
+// has just made for the same question, if it did not have to wait for the lock and nothing was launched since.
 #pragma once
 
 #include <AppKit/AppKit.h>
@@ -27,7 +27,7 @@ struct ApplicationProcess {
 /// thread's next `takeRecentLook`. May throw std::bad_alloc.
 const std::vector<ApplicationProcess>& findApplicationProcesses();
 
-/// The calling thread's last look, if it ended at most 20 ms ago and `forgetOlderLooks` was not called since it began;
+/// The calling thread's last look, if it ended at most 5 ms ago and `forgetOlderLooks` was not called since it began;
 /// otherwise a new one. Each look is given out once. May throw std::bad_alloc.
 std::vector<ApplicationProcess> takeRecentLook();
 

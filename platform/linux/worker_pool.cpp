@@ -138,7 +138,7 @@ void WorkerPool::retry(Job*) {
     {
         const std::lock_guard lock(pool.mutex_);
         pool.retrying_ = false;
-        help = pool.helpLocked(1);
+        help = pool.helpLocked(kMostThreads);
     }
     pool.bring(help);
 }
