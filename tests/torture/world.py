@@ -303,6 +303,7 @@ class Home:
         the keys of `vanished` applications, which loading leaves in the index without a record."""
         if not self.store.exists():
             return {}
+        need(not list(self.store.parent.glob("*.set-aside-*")), "a sound store was set aside")
         database = sqlite3.connect(f"file:{self.store}?mode=ro", uri=True, timeout=10)
         try:
             database.execute("BEGIN")  # all of it as it is at one moment
@@ -375,12 +376,18 @@ class World:
         self.path = Path(tempfile.mkdtemp(prefix="torture."))
         self.probe = shutil.copy2(build / "tests/platform/launched_probe", self.path / "probe")
         shutil.copytree(bundle, self.path / "Running/Orvin.app")
+        self.start_orvin()
+
+    def start_orvin(self):
         self.orvin = subprocess.Popen([self.path / "Running/Orvin.app/Contents/MacOS/Orvin"],
                                       env=os.environ | {"ORVIN_STAY": "100000", "ORVIN_HELLO": "/dev/null"})
         until(lambda: b"Orvin.app" in Path(f"/proc/{self.orvin.pid}/cmdline").read_bytes(),
               "the main application does not start")
 
-    def close(self):
+    def end_orvin(self):
         self.orvin.kill()
         self.orvin.wait()
+
+    def close(self):
+        self.end_orvin()
         shutil.rmtree(self.path, ignore_errors=True)
