@@ -73,35 +73,15 @@ TEST(When, IsReadInTheZoneOfTheProcess) {
 
 TEST(When, RefusesWhatItCannotRead) {
     const Moment now = Local("Europe/Berlin", 2026, 11, 23, 12, 0);
-    for (const char* text : {"",
-                             " ",
-                             "24:00",
-                             "9:60",
-                             "9:5",
-                             "9",
-                             "tomorrow",
-                             "2026-12-24",
-                             "2026-02-29 10:00",
-                             "2026-13-01 10:00",
-                             "2027-03-28 02:30",
-                             "2026-12-24 18:00 sharp",
-                             "+5",
-                             "+min",
-                             "+5 fortnights",
-                             "+99999999999999999999s",
-                             "@x",
-                             "@12 ",
-                             "yesterday 9:00",
-                             "1969-12-31 23:00",
-                             "09:00pm",
-                             "2026-12-24 18:00+25:00"}) {
-        SCOPED_TRACE(text);
-        if (std::string_view(text) == "@12 ") {
-            EXPECT_EQ(12, ParseWhen(text, now).moment);  // blanks around are no fault
-            continue;
-        }
-        EXPECT_THROW((void)ParseWhen(text, now), Failure);
+    const std::vector<std::string_view> refused[] = {
+        {"", " ", "24:00", "9:60", "9:5", "9", "09:00pm", "tomorrow", "yesterday 9:00", "2026-12-24"},
+        {"2026-02-29 10:00", "2026-13-01 10:00", "1969-12-31 23:00", "2027-03-28 02:30"},
+        {"2026-12-24 18:00 sharp", "2026-12-24 18:00+25:00"},
+        {"+5", "+min", "+5 fortnights", "+99999999999999999999s", "@x"}};
+    for (const auto& kind : refused) {
+        for (const std::string_view text : kind) EXPECT_THROW((void)ParseWhen(text, now), Failure) << text;
     }
+    EXPECT_EQ(12, ParseWhen("@12 ", now).moment);  // blanks around are no fault
 }
 
 TEST(Days, GoToASetAndBackToText) {
