@@ -1,9 +1,7 @@
 // The user's defaults: what is set is seen, what is flushed is there again, what could not be flushed goes later.
 #include <platform_instance.h>
 #include <platform_store_reader.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <thread>
 
 #include "foundation_support.h"
@@ -173,61 +171,12 @@ TEST_F(Defaults, ArraysFollowEveryHistory) {
     }
 }
 
-TEST_F(Defaults, WhatCouldNotBeFlushedGoesLater) {
+TEST_F(Defaults, AFileThatMayOnlyBeReadIsNotDamaged) {
     defaults().setObject(NSString("old"), "k");
     ASSERT_TRUE(defaults().synchronize());
-    struct Obstacle {
-        const char* name;
-        std::function<std::function<void()>()> raise;  // returns what takes it away again
-    };
-    const std::vector<Obstacle> obstacles = {
-        {"locked by another",
-         [this] {
-             auto outside = std::make_shared<OutsideConnection>(store());
-             outside->run("BEGIN IMMEDIATE");
-             return [outside] { outside->run("ROLLBACK"); };
-         }},
-        {"no room",
-         [this] {
-             restart();
-             (void)signal(SIGXFSZ, SIG_IGN);
-             rlimit usual{};
-             getrlimit(RLIMIT_FSIZE, &usual);
-             const rlimit none{0, usual.rlim_max};
-             setrlimit(RLIMIT_FSIZE, &none);
-             return [usual] { setrlimit(RLIMIT_FSIZE, &usual); };
-         }},
-        {"the folder belongs to everybody",
-         [this] {
-             chmod((folder_ / "data").c_str(), 0777);
-             return [this] { chmod((folder_ / "data").c_str(), 0700); };
-         }},
-        {"a link instead of the file",
-         [this] {
-             rename(store().c_str(), (store() + ".real").c_str());
-             EXPECT_EQ(symlink((store() + ".real").c_str(), store().c_str()), 0);
-             return [this] { rename((store() + ".real").c_str(), store().c_str()); };
-         }},
-    };
-    int round = 0;
-    for (const Obstacle& obstacle : obstacles) {
-        const NSString value = "new" + std::to_string(++round);
-        EXPECT_NE(defaults().objectForKey("k"), NSUserDefaults::Value{});
-        const auto remove = obstacle.raise();
-        defaults().setObject(value, "k");
-        EXPECT_FALSE(defaults().synchronize()) << obstacle.name;
-        EXPECT_EQ(defaults().objectForKey("k"), NSUserDefaults::Value(value)) << obstacle.name;
-        remove();
-        EXPECT_TRUE(defaults().synchronize()) << obstacle.name;
-        restart();
-        EXPECT_EQ(defaults().objectForKey("k"), NSUserDefaults::Value(value)) << obstacle.name;
-    }
-    EXPECT_TRUE(platform_store::filesSetAside(store()).empty());
-
-    // A file that could be opened for reading alone is not damaged for that: its mode may allow more by now.
     defaults::Store reading;
     ASSERT_EQ(reading.open(store(), SqliteDatabase::Mode::readOnly, 0), StoreResult::ok);
-    EXPECT_EQ(reading.openForWriting(store()), StoreResult::unavailable);
+    EXPECT_EQ(reading.openForWriting(store()), StoreResult::unavailable) << "its mode may allow more by now";
 }
 
 // A start that meets a locked store must not take it for an empty one and write over it.

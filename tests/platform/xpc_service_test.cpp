@@ -1,6 +1,5 @@
 // Where a service's socket stands, who may offer a name, and what callers find there.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/resource.h>
 
 #include "platform/linux/service_name.h"
@@ -94,29 +93,6 @@ TEST(ServiceName, RemovedLockFile) {
     EXPECT_EQ(tryConnect(directory), ConnectOutcome::Connected) << "the second one's socket stays";
 }
 
-TEST(ServiceName, UnsafeDirectories) {
-    using Prepare = void (*)(const RuntimeDirectory&);
-    const struct {
-        const char* what;
-        Prepare prepare;
-    } rows[] = {
-        {"open to the group",
-         [](const auto& d) { fs::create_directory(d.services()), chmod(d.services().c_str(), 0710); }},
-        {"a link",
-         [](const auto& d) {
-             fs::create_directory(d.path + "/real"), chmod((d.path + "/real").c_str(), 0700),
-                 fs::create_symlink("real", d.services());
-         }},
-        {"a file", [](const auto& d) { close(open(d.services().c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)); }},
-    };
-    for (const auto& row : rows) {
-        const RuntimeDirectory directory;
-        row.prepare(directory);
-        EXPECT_FALSE(ServiceOffer().open(directory.path, "name")) << row.what;
-        EXPECT_EQ(tryConnect(directory), ConnectOutcome::Failed) << row.what;
-    }
-}
-
 /// A runtime directory that others can enter is passed over: nothing is put there.
 TEST(ServiceName, UnsafeRuntimeDirectoryIsNotUsed) {
     const RuntimeDirectory directory;
@@ -138,18 +114,6 @@ TEST(ServiceName, LongPath) {
     EXPECT_EQ(tryConnect(directory), ConnectOutcome::Connected);
 }
 
-/// More callers than the system lets wait: told to come again, not that there is nobody.
-TEST(ServiceName, FullBacklogIsBusy) {
-    const RuntimeDirectory directory;
-    ServiceOffer offer;
-    ASSERT_TRUE(offer.open(directory.path, "name"));
-    ASSERT_EQ(listen(offer.socket(), 1), 0);
-    std::vector<ServiceLink> waiting(4);
-    ConnectOutcome last = ConnectOutcome::Connected;
-    for (ServiceLink& link : waiting) last = transport::connectToService(directory.path, "name", &link);
-    EXPECT_EQ(last, ConnectOutcome::Busy);
-}
-
 /// Holes among the open numbers count, and so does the limit.
 TEST(FreeDescriptors, AreCountedExactly) {
     rlimit limit{};
@@ -165,34 +129,6 @@ TEST(FreeDescriptors, AreCountedExactly) {
     EXPECT_TRUE(transport::hasFreeDescriptors(3));
     EXPECT_FALSE(transport::hasFreeDescriptors(4));
     setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-/// At the limit no peer is accepted; it waits, and is served once there is room.
-TEST(FreeDescriptors, PeersWaitForRoom) {
-    const RuntimeDirectory directory;
-    const Held listener(xpc_connection_create_mach_service("name", nullptr, XPC_CONNECTION_MACH_SERVICE_LISTENER));
-    Log log;
-    std::vector<Held> peers;
-    xpc_connection_set_event_handler(listener.connection(), [&](xpc_object_t event) {
-        if (xpc_get_type(event) == XPC_TYPE_CONNECTION) peers.emplace_back(xpc_retain(event));
-        log.add(describe(event));
-    });
-    std::vector<ServiceLink> callers(6);
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    for (ServiceLink& caller : callers) {
-        ASSERT_EQ(transport::connectToService(directory.path, "name", &caller), ConnectOutcome::Connected);
-    }
-    rlimit tight = limit;
-    tight.rlim_cur = openDescriptors() + transport::Listener::spareDescriptors + 2;
-    setrlimit(RLIMIT_NOFILE, &tight);
-    xpc_connection_resume(listener.connection());
-    log.wait(2);
-    EXPECT_TRUE(transport::hasFreeDescriptors(transport::Listener::spareDescriptors));
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(log.wait(callers.size()), std::vector<std::string>(callers.size(), "peer"));
-    xpc_connection_cancel(listener.connection());
-    log.wait(callers.size() + 1);
 }
 
 }  // namespace
