@@ -20,7 +20,12 @@ std::string pathIn(const std::string& directory) {
     return directory + "/instance.lock";
 }
 
-// Opens without following a link; empty when the file is not a regular one that is ours alone to write.
+// A regular file of ours. Its mode is of no weight, since nobody else gets into its folder.
+bool isLockFile(const struct stat& status) {
+    return S_ISREG(status.st_mode) && status.st_uid == geteuid();
+}
+
+// Opens without following a link; empty when what is there is no lock file.
 UniqueFd openFile(const std::string& path, int flags) {
     int fd = -1;
     do {
@@ -28,8 +33,15 @@ UniqueFd openFile(const std::string& path, int flags) {
     } while (fd < 0 && errno == EINTR);
     UniqueFd file(fd);
     struct stat status {};
-    if (!file || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || !isOurs(status)) return {};
+    if (!file || fstat(fd, &status) != 0 || !isLockFile(status)) return {};
     return file;
+}
+
+// Takes a link, a pipe or another user's file from the lock's name: it holds nothing of worth, and without a lock two
+// instances would run. What a link leads to is not touched.
+bool removeStranger(const std::string& path) {
+    struct stat status {};
+    return statLink(path, status) && !isLockFile(status) && unlink(path.c_str()) == 0;
 }
 
 // The lock could be had by a process that then lost its file to a deletion; only a lock on the file that bears the name
@@ -67,10 +79,12 @@ Result take(const std::string& directory, int milliseconds, UniqueFd& lock) {
     const std::string path = pathIn(directory);
     for (int waited = 0;; waited += 10) {
         UniqueFd file = openFile(path, O_RDWR | O_CREAT);
+        if (!file && removeStranger(path)) file = openFile(path, O_RDWR | O_CREAT);
         if (!file) return Result::unavailable;
         const Result result = tryLock(file.get(), LOCK_EX);
         if (result == Result::unavailable) return result;
         if (result == Result::taken && isStillThere(path, file.get())) {
+            (void)fchmod(file.get(), 0600);
             writeHolder(file.get());
             lock = std::move(file);
             return Result::taken;

@@ -17,8 +17,8 @@ namespace instance_lock {
 enum class Result { taken, heldByAnother, unavailable };
 
 /// Makes the folder and the file as needed and takes the lock, waiting at most `milliseconds` for another holder to
-/// end. `lock` holds it until it is closed. Unavailable: the file cannot be made, what is there is refused (a link, not
-/// ours alone to write), or the file system has no locks.
+/// end. `lock` holds it until it is closed. What stands at its name and is no regular file of ours is removed first.
+/// Unavailable: the file cannot be made, or the file system has no locks.
 Result take(const std::string& directory, int milliseconds, UniqueFd& lock);
 
 /// Keeps an instance from starting while it lives (a moment only: a starting one waits); empty when one runs, or when

@@ -120,7 +120,7 @@ class Key {
     /// Keys that differ mostly have different slots.
     [[nodiscard]] size_t slot() const {
         constexpr uint64_t mixer = 0x9E3779B97F4A7C15;  // 2 to the 64th over the golden ratio: Fibonacci hashing
-        return ((tail_ + bytes_) * mixer) >> (64 - slotBits);
+        return static_cast<size_t>(((tail_ + bytes_) * mixer) >> (64 - slotBits));
     }
     static constexpr unsigned slotBits = 6;
     static constexpr size_t slots = size_t{1} << slotBits;

@@ -876,10 +876,11 @@ def spoilt(at, wrong, outside):
 
 def places(run):
     """What is not ours alone is refused: at the socket's places nobody is served, at the store's nothing is stored.
-    Only what bears the socket's own name is replaced."""
+    Only what bears the name of the socket or of the instance's lock is replaced."""
     services, folder = Path("run/mach-services"), Path("data") / FOLDER
     socket_name, store = services / SERVICE, folder / "defaults.sqlite3"
     unserved = (services, services / f"{SERVICE}.lock")
+    replaced = (socket_name, folder / "instance.lock")
     kinds = ["link", "FIFO", "mode"] + ["owner"] * (os.geteuid() == 0)
     rows = [(place, wrong) for place in (*unserved, socket_name, folder, folder / "instance.lock", store)
             for wrong in kinds] + [(store, "second name")]
@@ -894,7 +895,7 @@ def places(run):
             link.ask()
             home.orderly()
             spoilt(at, wrong, outside)
-            foreign = [outside, home.path / "Orvin"] + [at] * (place != socket_name)
+            foreign = [outside, home.path / "Orvin"] + [at] * (place not in replaced)
             before = tree(*foreign), os.listdir(home.path)
             home.start(ready=False)
             if place in unserved:
@@ -906,6 +907,7 @@ def places(run):
                 link = home.find()
                 link.send(add(path, "new", FAR))
                 need(link.ask() and not link.ask(QUESTION), wrong, "of", at, "keeps a schedule out of memory")
+                need(place != replaced[1] or home.second() == 0, wrong, "of", at, "lets two helpers run")
             home.survived(f"{wrong} of {at}")
             home.orderly()
             need(before == (tree(*foreign), os.listdir(home.path)), wrong, "of", at, "is touched")

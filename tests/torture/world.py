@@ -215,6 +215,10 @@ class Home:
         self.until_reply = time.monotonic() - started
         return link
 
+    def second(self):
+        """How one more helper of the same home ends."""
+        return subprocess.run([self.world.helper], env=self.environment(False), timeout=PATIENCE).returncode
+
     def find(self, unless=lambda: False):
         """A connection on which the helper has answered, or none."""
         end = time.monotonic() + PATIENCE
