@@ -57,6 +57,7 @@ class Endpoints : public testing::Test {
 
 TEST_F(Endpoints, ARequestIsReadInTheOrderOfRegistrationAndAnsweredOnce) {
     Send({Number("unknown", 5)}, false);  // holds nothing that is registered: no event at the server
+    ASSERT_TRUE(atClient_.Await("sent"));
     Send({Number("C", 3), Number("other", 1), Number("A", 1), Number("A", 9)}, true);
     ASSERT_TRUE(atClient_.Await("reply R=1"));
     ASSERT_TRUE(atServer_.Await("sent"));
