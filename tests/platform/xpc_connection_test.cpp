@@ -116,16 +116,6 @@ void answer(xpc_connection_t peer, xpc_object_t request) {
     xpc_connection_send_message(peer, reply);
 }
 
-/// A raw socket in the place of a client.
-UniqueFd rawClient(const std::string& path) {
-    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) fd.reset();
-    return fd;
-}
-
 void writeAll(int fd, const Bytes& bytes) {
     for (size_t at = 0; at < bytes.size();) {
         const ssize_t count = send(fd, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);

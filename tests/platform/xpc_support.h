@@ -85,6 +85,16 @@ inline size_t openDescriptors() {
     return count;
 }
 
+/// A raw socket in the place of a client; empty when nobody listens at `path`.
+inline UniqueFd rawClient(const std::string& path) {
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) fd.reset();
+    return fd;
+}
+
 /// A directory of its own that XDG_RUNTIME_DIR names.
 class RuntimeDirectory {
   public:

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -44,10 +43,23 @@ void Need(bool holds, const std::string& what) {
     if (holds) return;
     missed = true;
     std::printf("MISSED: %s\n", what.c_str());
+    std::fflush(stdout);  // whoever ends a run that takes too long has read it
 }
 
 void Tell(const char* name, long value) {
     std::printf("%s: %ld\n", name, value);
+}
+
+/// Waits until other threads have brought `condition` about; `what` is missed after half a minute of looking. Looks are
+/// counted, not the time: a process that was held up as a whole, by a busy machine or a signal, has missed nothing.
+template <typename Condition>
+void Await(const char* what, Condition condition) {
+    bool holds = condition();
+    for (int looks = 300'000; !holds && looks > 0; --looks) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        holds = condition();
+    }
+    Need(holds, what);
 }
 
 long Threads() {
@@ -104,62 +116,57 @@ struct Delegate : LScheduleHelper {
 
 /// An application that asks for one change after the other, and the names that are stored once all have been performed.
 /// Nobody else uses its identifier, now or later.
-class Owner {
-  public:
+struct Owner {
     Owner() { Forget(); }
 
     /// For when nobody can tell how many of the changes will be performed.
     void Forget() {
         static std::atomic<unsigned> last = 0;
         const unsigned number = ++last;
-        chance_.seed(number);
+        chance.seed(number);
         bundleId = "a" + std::to_string(number) + ".";
         kept.clear();
     }
-    unsigned Draw(unsigned below) { return static_cast<unsigned>(chance_() >> 8) % below; }
+    unsigned Draw(unsigned below) { return static_cast<unsigned>(chance() >> 8) % below; }
 
     /// The next change as a message; its texts live until the next call.
-    const std::vector<LXPCData>& Next() {
-        name_ = "s" + std::to_string(Draw(6));
-        const unsigned draw = Draw(20);
-        items_ = {{kKeyBundleId, LXPCDataTypeString, LXPCAddress(bundleId.c_str())},
-                  {kKeyBundlePath, LXPCDataTypeString, LXPCAddress(bundlePath.c_str())}};
-        if (draw == 0) {
-            items_.emplace_back(kKeyDeleteAll, LXPCDataTypeBool, 1);
-            kept.clear();
-        } else if (draw < 6) {
-            items_.emplace_back(kKeyDeleteName, LXPCDataTypeString, LXPCAddress(name_.c_str()));
-            kept.erase(name_);
-        } else {
-            items_.emplace_back(kKeyNewName, LXPCDataTypeString, LXPCAddress(name_.c_str()));
-            const long start = static_cast<long>(std::time(nullptr)) + static_cast<long>(Draw(60));
-            items_.emplace_back(kKeyNewTime, LXPCDataTypeDate, start);
-            if (draw < 10) {
-                items_.emplace_back(kKeyNewWeekly, LXPCDataTypeBool, 1);
-                items_.emplace_back(kKeyNewWeekdayMask, LXPCDataTypeUInt64, static_cast<long>(Draw(128)));
-            }
-            kept.insert(name_);
-            const std::lock_guard lock(firedMutex);
-            fired.erase(bundleId + name_);
-        }
+    std::vector<LXPCData> Next() {
         ++operations;
-        return items_;
+        name = "s" + std::to_string(Draw(6));
+        const unsigned draw = Draw(20);
+        const LXPCData id{kKeyBundleId, LXPCDataTypeString, LXPCAddress(bundleId.c_str())};
+        const LXPCData path{kKeyBundlePath, LXPCDataTypeString, LXPCAddress(bundlePath.c_str())};
+        if (draw == 0) {
+            kept.clear();
+            return {id, path, {kKeyDeleteAll, LXPCDataTypeBool, 1}};
+        }
+        if (draw < 6) {
+            kept.erase(name);
+            return {id, path, {kKeyDeleteName, LXPCDataTypeString, LXPCAddress(name.c_str())}};
+        }
+        kept.insert(name);
+        {
+            const std::lock_guard lock(firedMutex);
+            fired.erase(bundleId + name);
+        }
+        const long start = static_cast<long>(std::time(nullptr)) + static_cast<long>(Draw(60));
+        return {id,
+                path,
+                {kKeyNewName, LXPCDataTypeString, LXPCAddress(name.c_str())},
+                {kKeyNewTime, LXPCDataTypeDate, start},
+                {kKeyNewWeekly, LXPCDataTypeBool, draw < 10},
+                {kKeyNewWeekdayMask, LXPCDataTypeUInt64, static_cast<long>(Draw(128))}};
     }
 
-    std::string bundleId;
+    std::minstd_rand chance;
+    std::string bundleId, name;
     std::set<std::string> kept;
-
-  private:
-    std::minstd_rand chance_;
-    std::string name_;
-    std::vector<LXPCData> items_;
 };
 
 /// A client with many connections, each an application of its own.
-class Client : LXPCEventNotify {
-  public:
-    explicit Client(std::string service) : service_(std::move(service)), owners(32) {
-        for (const char* key : kReplyKeys) client_.AddKey(key, LXPCDataTypeBool);
+struct Client : LXPCEventNotify {
+    explicit Client(std::string name) : service(std::move(name)) {
+        for (const char* key : kReplyKeys) client.AddKey(key, LXPCDataTypeBool);
         for (unsigned id = 0; id < owners.size(); ++id) Open(id);
     }
 
@@ -171,7 +178,7 @@ class Client : LXPCEventNotify {
         for (unsigned i = owner.Draw(6); i > 0; --i) Send(id, owner.Next(), false);
         if (owner.Draw(2) == 0) Ask(id, owner.Draw(2) == 0 ? kKeyTestConnection : kKeyShutdownQuestion, patient);
         if (owner.Draw(10) != 0) return;
-        client_.Disconnect(service_.c_str(), id);
+        client.Disconnect(service.c_str(), id);
         owner.Forget();
         Open(id);
     }
@@ -179,52 +186,34 @@ class Client : LXPCEventNotify {
     void Settle() {
         for (unsigned id = 0; id < owners.size(); ++id) Ask(id, kKeyTestConnection, true);
     }
-
-  private:
     void Open(unsigned id) {
-        Need(client_.Connect(service_.c_str(), id, true), "a client without a connection");
+        Need(client.Connect(service.c_str(), id, true), "a client without a connection");
         ++operations, ++connections;
     }
     void Send(unsigned id, const std::vector<LXPCData>& items, bool wantReply) {
-        client_.SendMessage(service_.c_str(), id, items.data(), items.size(), wantReply);
+        client.SendMessage(service.c_str(), id, items.data(), items.size(), wantReply);
     }
     void Ask(unsigned id, const char* key, bool patient) {
-        ++operations;
+        ++operations, ++asked;
         Send(id, {{key, LXPCDataTypeBool, 1}}, true);
-        std::unique_lock lock(mutex_);
-        ++asked_;
-        if (!patient) return;
-        const auto all = [this] { return answers_ >= asked_; };
-        Need(answered_.wait_for(lock, std::chrono::seconds(60), all), "a question without an answer");
+        if (patient) Await("a question without an answer", [this] { return answers >= asked; });
     }
-    void EvReplyReceived(long, const LList<LXPCDataListable>&) override {
-        const std::lock_guard lock(mutex_);
-        ++answers_;
-        answered_.notify_one();
-    }
+    void EvReplyReceived(long, const LList<LXPCDataListable>&) override { ++answers; }
     void EvConnectionError(long, LXPCErrorType) override {}
     void EvMessageReceived(long, long, const LList<LXPCDataListable>&) override {}
     void EvMessageSent(long) override {}
 
-    const std::string service_;
-    std::mutex mutex_;
-    std::condition_variable answered_;
-    long asked_ = 0, answers_ = 0;
-
-  public:
-    std::vector<Owner> owners;
-
-  private:
-    LXPCClient client_{this};  // goes first
+    const std::string service;
+    long asked = 0;
+    std::atomic<long> answers = 0;
+    std::vector<Owner> owners{32};
+    LXPCClient client{this};  // goes first
 };
 
 /// A peer that says nothing, or a part of something, and goes.
 void ConnectAndClose(const std::string& service, unsigned turn) {
-    sockaddr_un address{AF_UNIX, {}};
-    const std::string path = std::string(std::getenv("XDG_RUNTIME_DIR")) + "/mach-services/" + service;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const UniqueFd peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (connect(peer.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return;
+    const UniqueFd peer = rawClient(std::string(std::getenv("XDG_RUNTIME_DIR")) + "/mach-services/" + service);
+    if (!peer) return;
     const Bytes whole = frame(entry(text(kKeyShutdownQuestion), wire::Type::Bool, Bytes(1, '\1')), 1);
     (void)!send(peer.get(), whole.data(), turn % (whole.size() + 1), MSG_NOSIGNAL);
     ++operations, ++connections;
@@ -256,7 +245,7 @@ class Life {
         End();
         for (const auto& client : clients_) client->Settle();
         // Those that have gone were accepted before those that have answered, and are dropped with all that they sent.
-        waitUntil([this] { return server_->Listed() == 128; });
+        Await("connections are left behind", [this] { return server_->Listed() == 128; });
         Check();
         BeginPeers(false);
         waitUntil([more = operations + 300] { return operations >= more; });  // the end meets them at work
@@ -302,22 +291,20 @@ class Life {
             stored.insert(record.bundleId + record.skedName);
             unknown.insert(record.bundleId);
         }
-        const auto look = [&](const Owner& owner) {
-            for (int i = 0; i < 6; ++i) {
-                const std::string name = "s" + std::to_string(i);
-                const bool kept = owner.kept.contains(name);
-                const std::string identity = owner.bundleId + name;
-                Need(stored.contains(identity) == kept, identity + (kept ? " is lost" : " is back"));
-                Need(!kept || armed.contains(identity) || fired.contains(identity),
-                     identity + " neither held nor fired");
-                Need(kept || !armed.contains(identity), identity + " is held");
-                ++checked;
-            }
-            unknown.erase(owner.bundleId);
-        };
-        for (const Owner& owner : direct_) look(owner);
+        std::vector<const Owner*> owners;
+        for (const Owner& owner : direct_) owners.push_back(&owner);
         for (const auto& client : clients_) {
-            for (const Owner& owner : client->owners) look(owner);
+            for (const Owner& owner : client->owners) owners.push_back(&owner);
+        }
+        for (const Owner* owner : owners) {
+            unknown.erase(owner->bundleId);
+            for (int i = 0; i < 6; ++i, ++checked) {
+                const std::string identity = owner->bundleId + "s" + std::to_string(i);
+                const bool kept = owner->kept.contains("s" + std::to_string(i));
+                Need(stored.contains(identity) == kept, identity + (kept ? " is lost" : " is back"));
+                Need(!kept || armed.contains(identity) || fired.contains(identity), identity + " does not fire");
+                Need(kept || !armed.contains(identity), identity + " is held");
+            }
         }
         for (const std::string& id : unknown) sink_->DeleteAll(id.c_str(), bundlePath.c_str());
         fired.clear();
@@ -357,16 +344,15 @@ void Races(long goal) {
             checked += life.checked;
         }
         const size_t expected = before + listener * static_cast<size_t>(i + 2);
-        waitUntil([expected] { return openDescriptors() == expected; });
+        Await("descriptors are left behind", [expected] { return openDescriptors() == expected; });
         if (i == 0) heap = HeapBytes();
     }
-    waitUntil([] { return Threads() <= kMostThreads; });
+    Await("threads are left behind", [] { return Threads() <= kMostThreads; });
     Tell("operations", operations);
     Tell("connections opened and closed", connections);
     Tell("firings", firings);
     Tell("lives of both owners", lives);
     Tell("names compared with store and memory", checked);
-    Tell("descriptors left", 0);
     Tell("threads", Threads());
     Tell("heap bytes left", HeapBytes() - heap);
     Need(HeapBytes() - heap < 1 << 20, "memory is left behind");
@@ -393,7 +379,7 @@ void ManySources() {
     }
     Tell("descriptors of 10000 sources", static_cast<long>(openDescriptors() - before));
     Need(openDescriptors() == before, "sources have descriptors");
-    waitUntil([&calls] { return calls == kSources; });
+    Await("sources that do not fire", [&calls] { return calls == kSources; });
 }
 
 /// In a process of its own, which is stopped from outside between two calls.
