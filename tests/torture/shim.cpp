@@ -368,7 +368,7 @@ long syscall(long number, ...) noexcept {
 
 }  // extern "C"
 
-// ---- operator new comes from the functions above, whatever library would have defined it
+// ---- operator new of a helper that takes it from a library; one that holds its own asks the functions above in it
 
 void* operator new(size_t size) {
     if (void* block = malloc(size == 0 ? 1 : size)) return block;
