@@ -102,18 +102,6 @@ LCHARSETS_VECTOR inline __m128i faults(__m128i bytes, __m128i before) {
 
 // ---- Decoding
 
-LCHARSETS_VECTOR inline void put16(unsigned short* out, __m128i bytes) {
-    store(out, _mm_cvtepu8_epi16(bytes));
-    store(out + 8, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
-}
-
-LCHARSETS_VECTOR inline void put16(wchar_t* out, __m128i bytes) {
-    store(out, _mm_cvtepu8_epi32(bytes));
-    store(out + 4, _mm_cvtepu8_epi32(_mm_srli_si128(bytes, 4)));
-    store(out + 8, _mm_cvtepu8_epi32(_mm_srli_si128(bytes, 8)));
-    store(out + 12, _mm_cvtepu8_epi32(_mm_srli_si128(bytes, 12)));
-}
-
 /// Eight lanes of 16 bits.
 LCHARSETS_VECTOR inline void put8(unsigned short* out, __m128i lanes) {
     store(out, lanes);
@@ -122,6 +110,13 @@ LCHARSETS_VECTOR inline void put8(unsigned short* out, __m128i lanes) {
 LCHARSETS_VECTOR inline void put8(wchar_t* out, __m128i lanes) {
     store(out, _mm_cvtepu16_epi32(lanes));
     store(out + 4, _mm_unpackhi_epi16(lanes, _mm_setzero_si128()));
+}
+
+/// Sixteen bytes of ASCII.
+template <typename TOut>
+LCHARSETS_VECTOR inline void put16(TOut* out, __m128i bytes) {
+    put8(out, _mm_cvtepu8_epi16(bytes));
+    put8(out + 8, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
 }
 
 /// Four lanes of 32 bits.
@@ -136,17 +131,14 @@ LCHARSETS_VECTOR inline void put4(wchar_t* out, __m128i lanes) {
 
 /// Sequences of one and two bytes, one in each lane of 16 bits.
 LCHARSETS_VECTOR inline __m128i joinUpTo2(__m128i lanes) {
-    const __m128i last = _mm_and_si128(lanes, _mm_set1_epi16(0x7F));
-    const __m128i first = _mm_and_si128(lanes, _mm_set1_epi16(0x1F00));
-    return _mm_or_si128(last, _mm_srli_epi16(first, 2));
+    return _mm_maddubs_epi16(_mm_and_si128(lanes, _mm_set1_epi16(0x1F7F)), _mm_set1_epi16(0x4001));
 }
 
-/// Sequences of up to three bytes, one in each lane of 32 bits.
+/// Sequences of up to three bytes, one in each lane of 32 bits: the last two are added up, then the first to them.
 LCHARSETS_VECTOR inline __m128i joinUpTo3(__m128i lanes) {
-    const __m128i last = _mm_and_si128(lanes, _mm_set1_epi32(0x7F));
-    const __m128i middle = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x3F00)), 2);
-    const __m128i first = _mm_srli_epi32(_mm_and_si128(lanes, _mm_set1_epi32(0x0F0000)), 4);
-    return _mm_or_si128(_mm_or_si128(last, middle), first);
+    const __m128i payload = _mm_and_si128(lanes, _mm_set1_epi32(0x0F3F7F));
+    const __m128i halves = _mm_maddubs_epi16(payload, _mm_set1_epi32(0x014001));
+    return _mm_madd_epi16(halves, _mm_set1_epi32(0x10000001));
 }
 
 /// Sequences of up to four bytes. The first byte of three, 0b1110xxxx, stands where four have a trailing one,
@@ -282,18 +274,36 @@ LCHARSETS_VECTOR inline void decodeAsciiBlocks(Place<uint8_t, TOut>& place, cons
 }
 
 template <typename TOut>
-LCHARSETS_VECTOR Place<uint8_t, TOut> decodeVectors(Place<uint8_t, TOut> place, const uint8_t* end) {
+LCHARSETS_VECTOR __attribute__((noinline)) Place<uint8_t, TOut> decodeAny(Place<uint8_t, TOut> place,
+                                                                          const uint8_t* end) {
     while (static_cast<size_t>(end - place.in) >= vectorBytes) {
         decodeAsciiBlocks(place, end);
         if (decodeRunUpTo2(place, end)) continue;
-        const size_t left = static_cast<size_t>(end - place.in);
-        if (left < vectorBytes) break;
-        if (!(left < blockBytes ? decodeBlock<1>(place) : decodeBlock<blockVectors>(place))) return place;
+        if (static_cast<size_t>(end - place.in) < vectorBytes) break;
+        do {  // Where one longer sequence stands, more are to be expected
+            const bool whole = static_cast<size_t>(end - place.in) >= blockBytes;
+            if (!(whole ? decodeBlock<blockVectors>(place) : decodeBlock<1>(place))) return place;
+        } while (static_cast<size_t>(end - place.in) >= vectorBytes && *place.in >= 0xE0);
     }
     if (static_cast<size_t>(end - place.in) >= vectorBytes / 2) {
         decodeUpTo2<vectorBytes / 2>(place, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(place.in)));
     }
     return place;
+}
+
+/// Names and paths are short and mostly ASCII: those of 16 to 64 bytes go without the rest's preparations. Their last
+/// vector ends where the text does, and what it shares with the one before comes to the same place twice.
+template <typename TOut>
+LCHARSETS_VECTOR Place<uint8_t, TOut> decodeVectors(Place<uint8_t, TOut> place, const uint8_t* end) {
+    const size_t count = static_cast<size_t>(end - place.in);
+    if (count < vectorBytes || count > blockBytes) return decodeAny(place, end);
+    const size_t last = count - vectorBytes;
+    for (size_t at = 0;; at = at + vectorBytes < last ? at + vectorBytes : last) {
+        const __m128i bytes = load(place.in + at);
+        if (topBits(bytes) != 0) return decodeAny(place, end);
+        put16(place.out + at, bytes);
+        if (at == last) return {end, place.out + count};
+    }
 }
 
 // ---- Encoding

@@ -47,13 +47,14 @@ inline bool takeSequence(Place<uint8_t, TOut>& place, const uint8_t* end) {
 /// How many sequences go one by one before the next try in blocks.
 constexpr int sequencesBetweenBlocks = 32;
 
+/// What the blocks did not take.
 template <typename TOut>
-Place<uint8_t, TOut> decodeWhole(Place<uint8_t, TOut> place, const uint8_t* end) {
+Place<uint8_t, TOut> decodeRest(Place<uint8_t, TOut> place, const uint8_t* end) {
     for (;;) {
-        place = decodeBlocks(place, end);
         for (int i = 0; i < sequencesBetweenBlocks; ++i) {
             if (!takeSequence(place, end)) return place;
         }
+        place = decodeBlocks(place, end);
     }
 }
 
@@ -63,7 +64,10 @@ unsigned long decode(TOut* out, const char* in, unsigned long limit) {
     const size_t length = strnlen(in, limit);
     const size_t room = limit - 1;
     const uint8_t* const text = reinterpret_cast<const uint8_t*>(in);
-    const auto [stop, outEnd] = decodeWhole<TOut>({text, out}, text + (length < room ? length : room));
+    const uint8_t* const end = text + (length < room ? length : room);
+    Place<uint8_t, TOut> place = decodeBlocks(Place<uint8_t, TOut>{text, out}, end);
+    if (place.in != end) place = decodeRest(place, end);
+    const auto [stop, outEnd] = place;
     *outEnd = 0;
     const size_t taken = static_cast<size_t>(stop - text);
     if (taken == length) return kLCharsetsWhole;
