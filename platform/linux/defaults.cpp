@@ -19,7 +19,7 @@ bool NSUserDefaultsBody::ensureLoaded() {
 
 bool NSUserDefaultsBody::tryToLoad() {
     if (loaded) return true;
-    const StoreResult result = load();
+    const StoreResult result = load(0);
     unreadable = result == StoreResult::unavailable;
     if (result == StoreResult::noMemory) throw std::bad_alloc();
     return result == StoreResult::ok;
@@ -35,16 +35,17 @@ bool NSUserDefaultsBody::giveUpFile() {
     return true;
 }
 
-// The file as it is. On a disk that cannot be written to, reading needs the ways that make nothing beside the file.
-StoreResult NSUserDefaultsBody::readFile() {
-    const int wait = std::exchange(triedToRead, true) ? defaults::Store::kShortWait : defaults::Store::kLongWait;
+// The file as it is; `wait` is for a lock, and longer when it is read for the first time. On a disk that cannot be
+// written to, reading needs the ways that make nothing beside the file.
+StoreResult NSUserDefaultsBody::readFile(int wait) {
+    if (!std::exchange(triedToRead, true)) wait = defaults::Store::kLongWait;
     defaults::Values found;
     StoreResult result = store.open(path, SqliteDatabase::Mode::readWrite, wait);
     if (result == StoreResult::ok) result = store.read(found);
     if (result == StoreResult::unavailable) {
         store.close();
         found = {};
-        result = store.openBesideWriter(path, wait);
+        result = store.openBesideWriter(path, 0);  // a lock was waited for just now
         if (result == StoreResult::ok) result = store.read(found);
         store.close();
     }
@@ -52,7 +53,7 @@ StoreResult NSUserDefaultsBody::readFile() {
     return result;
 }
 
-StoreResult NSUserDefaultsBody::load() {
+StoreResult NSUserDefaultsBody::load(int wait) {
     if (path.empty()) path = defaults_place::standardPath();
     if (path.empty()) return StoreResult::unavailable;
     FileIdentity there;
@@ -63,7 +64,7 @@ StoreResult NSUserDefaultsBody::load() {
     }
     if (state != FileState::safe) return StoreResult::unavailable;
 
-    const StoreResult result = readFile();
+    const StoreResult result = readFile(wait);
     if (result == StoreResult::ok) {
         identity = there;
         loaded = true;
@@ -78,7 +79,7 @@ StoreResult NSUserDefaultsBody::load() {
 // is made again and gets everything; replaced, what is in the new one is added to what is here.
 StoreResult NSUserDefaultsBody::followFile() {
     if (!loaded) {
-        const StoreResult result = load();
+        const StoreResult result = load(defaults::Store::kShortWait);
         if (result != StoreResult::ok) return result;
     }
     FileIdentity there;
@@ -101,7 +102,7 @@ StoreResult NSUserDefaultsBody::followFile() {
         return StoreResult::ok;
     }
     loaded = false;
-    return load();
+    return load(defaults::Store::kShortWait);
 }
 
 StoreResult NSUserDefaultsBody::writeOnce() {

@@ -36,8 +36,8 @@ struct NSUserDefaultsBody {
     bool triedToRead = false;
 
   private:
-    StoreResult load();
-    StoreResult readFile();
+    StoreResult load(int wait);
+    StoreResult readFile(int wait);
     StoreResult followFile();
     StoreResult writeOnce();
     bool giveUpFile();
