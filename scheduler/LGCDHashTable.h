@@ -64,6 +64,8 @@ class LGCDHashTable {
         return element;
     }
 
+    [[nodiscard]] size_t Count() const { return count_; }
+
     void Swap(LGCDHashTable& other) noexcept {
         buckets_.swap(other.buckets_);
         std::swap(count_, other.count_);

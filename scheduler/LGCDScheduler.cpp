@@ -72,7 +72,7 @@ void LGCDScheduler::StopFirings() {
 
 bool LGCDScheduler::HasSchedules() const {
     const std::lock_guard lock(mutex_);
-    return timers.head != nullptr;
+    return behind_ || timers.head != nullptr;
 }
 
 // ---- Operations
@@ -97,7 +97,7 @@ void LGCDScheduler::Add(const char* bundleId, const char* appPath, const char* s
         throw;
     }
     if (replaced != nullptr) index_.Unlink(replaced);
-    Flush();
+    FlushAndCatchUp();
 }
 
 void LGCDScheduler::Delete(const char* bundleId, const char* appPath, const char* skedName) {
@@ -106,15 +106,18 @@ void LGCDScheduler::Delete(const char* bundleId, const char* appPath, const char
 
     const std::lock_guard lock(mutex_);
     CatchUp();
+    std::set<std::string> unseen;  // joins the others when nothing can fail any more
+    if (behind_) unseen.insert(key);
     if (keys_.Contains(key)) {
         PrepareIndex();
         keys_.Remove(key);
         WriteIndex();
     }
     Store().removeObjectForKey(key);
-    Flush();
+    deletedUnseen_.merge(unseen);
     LGCDTimer* const timer = index_.Find({bundleId, appPath, skedName});
     if (timer != nullptr) index_.Unlink(timer);
+    FlushAndCatchUp();
 }
 
 void LGCDScheduler::DeleteAll(const char* bundleId, const char* appPath) {
@@ -123,18 +126,19 @@ void LGCDScheduler::DeleteAll(const char* bundleId, const char* appPath) {
 
     const std::lock_guard lock(mutex_);
     CatchUp();
-    if (behind_) deletedUnseen_.insert(prefix);
-    if (keys_.FirstWithPrefix(prefix) != nullptr) {
-        PrepareIndex();
+    const bool anyListed = keys_.FirstWithPrefix(prefix) != nullptr;
+    if (anyListed) PrepareIndex();
+    if (behind_) deletedUnseenPrefixes_.insert(prefix);  // the last that can fail
+    while (LGCDTimer* timer = index_.Find({bundleId, appPath, nullptr})) index_.Unlink(timer);
+    if (anyListed) {
         while (const std::string* key = keys_.FirstWithPrefix(prefix)) {
             // A store of foreign hands may list the index itself, and the prefix may catch it.
             if (*key != kScheduleIndexKey) Store().removeObjectForKey(*key);
             keys_.Remove(*key);
         }
         WriteIndex();
-        Flush();
+        FlushAndCatchUp();
     }
-    while (LGCDTimer* timer = index_.Find({bundleId, appPath, nullptr})) index_.Unlink(timer);
 }
 
 void LGCDScheduler::LoadFromSettings() {
@@ -146,7 +150,7 @@ void LGCDScheduler::LoadFromSettings() {
             if (pass) TryAgain();
         });
     }
-    Load();
+    Load(Live::replaced);
     behind_ = !wasRead;
     if (wasRead) ForgetTrying();
 }
@@ -159,6 +163,7 @@ struct LGCDScheduler::Loading {
     LGCDTimerIndex index{timers};
     std::unique_ptr<NSMutableArray> array = std::make_unique<NSMutableArray>();
     LScheduleKeys keys{array};
+    const LGCDTimerIndex* live = nullptr;  // of what stays armed; null when nothing does
     bool removedAny = false;
 
     /// Whether there is anything at `path`. Most schedules are of one application, which is looked for once.
@@ -173,8 +178,10 @@ struct LGCDScheduler::Loading {
     bool lastExists = false;
 };
 
-void LGCDScheduler::Load() {
+/// `kept` leaves alone what was added before: its timers stay, and what has fired of it does not come back.
+void LGCDScheduler::Load(Live live) {
     Loading loading;
+    if (live == Live::kept) loading.live = &index_;
     bool deletedAny = false;
     const std::vector<std::string> keys = LReadScheduleIndex(Store()).value_or(std::vector<std::string>());
     loading.index.Reserve(keys.size());
@@ -186,8 +193,9 @@ void LGCDScheduler::Load() {
             continue;
         }
         loading.keys.Append(key);
-        LoadSchedule(key, loading);
+        if (live == Live::replaced || !keys_.Contains(key)) LoadSchedule(key, loading);
     }
+    if (live == Live::kept) loading.index.TakeOver(index_);  // last, since only the exchange may follow
     index_.Swap(loading.index);
     keys_.Swap(loading.keys);
     indexPrepared_ = false;
@@ -204,24 +212,37 @@ void LGCDScheduler::LoadSchedule(const std::string& key, Loading& loading) {
         loading.removedAny = true;
         return;
     }
-    loading.index.Link(std::make_unique<LGCDTimer>(record->bundleId.c_str(), record->appPath.c_str(),
-                                                   record->skedName.c_str(), record->start, record->daily,
-                                                   record->weekly, record->weekDays, this));
+    // As if the live one, whose name differs in case, had been added after this one.
+    const LGCDTimerTexts texts{record->bundleId.c_str(), record->appPath.c_str(), record->skedName.c_str()};
+    if (loading.live != nullptr && loading.live->Find(texts) != nullptr) return;
+    loading.index.Link(std::make_unique<LGCDTimer>(texts.bundleId, texts.appPath, texts.skedName, record->start,
+                                                   record->daily, record->weekly, record->weekDays, this));
 }
 
-/// Whether a DeleteAll that could not see the store would have removed the key from it. What was added since stays.
+/// Whether a deletion that could not see the store would have removed the key from it. What was added since stays.
 bool LGCDScheduler::WasDeletedUnseen(const std::string& key) const {
     if (key == kScheduleIndexKey || keys_.Contains(key)) return false;
-    return std::any_of(deletedUnseen_.begin(), deletedUnseen_.end(),
+    if (deletedUnseen_.contains(key)) return true;
+    return std::any_of(deletedUnseenPrefixes_.begin(), deletedUnseenPrefixes_.end(),
                        [&key](const std::string& prefix) { return key.starts_with(prefix); });
 }
 
 /// Loads what could not be loaded before, if that can be done now.
 void LGCDScheduler::CatchUp() {
     if (!behind_ || !platform_defaults::readStore()) return;
-    Load();
+    Load(Live::kept);
     behind_ = false;
     ForgetTrying();
+}
+
+/// Ends an operation that has taken effect. The flush waits for a lock, so it may have read what CatchUp could not.
+void LGCDScheduler::FlushAndCatchUp() {
+    Flush();
+    try {
+        CatchUp();
+    } catch (const std::bad_alloc&) {
+        // The next operation tries again, or the timer.
+    }
 }
 
 void LGCDScheduler::TryAgain() {
@@ -233,6 +254,7 @@ void LGCDScheduler::TryAgain() {
 
 void LGCDScheduler::ForgetTrying() {
     deletedUnseen_.clear();
+    deletedUnseenPrefixes_.clear();
     retry_.Stop();
 }
 

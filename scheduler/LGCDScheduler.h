@@ -5,16 +5,17 @@
 // case ignored. So names that differ only in case have two records but, until the next start, one armed schedule.
 //
 // Threads. All members may be called from any thread: one lock makes each operation a unit. It is held over the store's
-// flush, which delays a firing by milliseconds at worst. The firing event runs on a worker thread without the lock, so
-// it may take its time and may call the operations; schedules that fall due together are told side by side. A firing
-// that had found its schedule before `Delete` took the lock may still be told afterwards.
+// flush, which delays a firing by milliseconds, and by fractions of a second while another program locks the store. The
+// firing event runs on a worker thread without the lock, so it may take its time and may call the operations; schedules
+// that fall due together are told side by side. A firing that had found its schedule before `Delete` took the lock may
+// still be told afterwards.
 //
 // Failures. No operation reports one. Texts that are null, longer than 259 bytes or no UTF-8, and the one identity
 // whose key would be the index's own, make an operation do nothing. What cannot be flushed stays pending and goes with
 // the next flush. A store that cannot be read when it is to be loaded is loaded as soon as it can be: every operation
-// tries again first, and a timer does while there is none. What was added meanwhile wins over the same key in the
-// store, and what was deleted stays deleted. When memory is out, an operation throws std::bad_alloc and has had no
-// effect, and the next one works; a firing needs no memory.
+// tries again, and a timer does while there is none. What was added meanwhile stays as it is, armed or fired, and wins
+// over the same names in the store; what was deleted stays deleted. When memory is out, an operation throws
+// std::bad_alloc and has had no effect, and the next one works; a firing needs no memory.
 //
 //     class Launcher : public LGCDScheduler {
 //       public:
@@ -71,7 +72,8 @@ class LGCDScheduler {
     /// counts once.
     void LoadFromSettings();
 
-    /// Whether there is any schedule in memory, armed or not.
+    /// Whether there is any schedule in memory, armed or not. Also true while the store, which may hold some, could not
+    /// be read.
     [[nodiscard]] bool HasSchedules() const;
 
     // ---- Firing
@@ -97,9 +99,11 @@ class LGCDScheduler {
 
   private:
     struct Loading;
-    void Load();
+    enum class Live { replaced, kept };
+    void Load(Live live);
     void LoadSchedule(const std::string& key, Loading& loading);
     void CatchUp();
+    void FlushAndCatchUp();
     void TryAgain();
     void ForgetTrying();
     [[nodiscard]] bool WasDeletedUnseen(const std::string& key) const;
@@ -114,7 +118,8 @@ class LGCDScheduler {
     bool indexPrepared_ = false;  // the store knows `skedKeys`: handing it over again cannot fail
     std::shared_ptr<PlatformGate> gate_;
 
-    bool behind_ = false;                  // the store was to be loaded and could not be read
-    std::set<std::string> deletedUnseen_;  // prefixes of keys that a DeleteAll would have removed from it
-    LGCDRetry retry_;                      // runs while `behind_`
+    bool behind_ = false;                          // the store was to be loaded and could not be read
+    std::set<std::string> deletedUnseen_;          // keys that a Delete would have removed from it
+    std::set<std::string> deletedUnseenPrefixes_;  // prefixes of those that a DeleteAll would have removed
+    LGCDRetry retry_;                              // runs while `behind_`
 };

@@ -33,6 +33,7 @@ void LGCDTimerIndex::Link(std::unique_ptr<LGCDTimer> timer) {
         armed.holder = timer.get();
         bySource_.Insert(&armed, HashOf(armed.source));
     }
+    timer->previous = nullptr;
     if (timers_.head != nullptr) timers_.head->previous = timer.get();
     timers_.Insert(timer.release());
 }
@@ -57,6 +58,20 @@ LGCDTimer* LGCDTimerIndex::HolderOf(dispatch_source_s* source) const {
     const LGCDSource* const found =
         bySource_.Find(HashOf(source), [source](const LGCDSource& armed) { return armed.source == source; });
     return found == nullptr ? nullptr : found->holder;
+}
+
+void LGCDTimerIndex::TakeOver(LGCDTimerIndex& other) {
+    byTexts_.Reserve(other.byTexts_.Count());
+    byApplication_.Reserve(other.byApplication_.Count());
+    bySource_.Reserve(other.bySource_.Count());
+
+    LGCDTimer* oldest = other.timers_.head;
+    while (oldest != nullptr && oldest->next != nullptr) oldest = oldest->next;
+    while (oldest != nullptr) {
+        LGCDTimer* const newer = oldest->previous;
+        Link(other.Unlink(oldest));
+        oldest = newer;
+    }
 }
 
 void LGCDTimerIndex::Swap(LGCDTimerIndex& other) noexcept {

@@ -31,6 +31,8 @@ class LGCDTimerIndex {
     /// The timer that holds `source`, or null.
     [[nodiscard]] LGCDTimer* HolderOf(dispatch_source_s* source) const;
 
+    /// Moves every timer of `other` to the head of this list, in their order. On std::bad_alloc nothing has changed.
+    void TakeOver(LGCDTimerIndex& other);
     /// Exchanges lists and indexes.
     void Swap(LGCDTimerIndex& other) noexcept;
 

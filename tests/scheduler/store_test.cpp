@@ -152,39 +152,45 @@ TEST_F(SchedulerTest, UnusableTextsDoNothing) {
     EXPECT_EQ(Timers(), longest + "1 A1");
 }
 
-// Nothing is armed from a store that cannot be read, and nothing of it is lost: what was added meanwhile wins, and what
-// was deleted does not come back, however the store is found readable in the end.
+// Nothing is armed from a store that cannot be read, and nothing of it is lost: what was added meanwhile stays as it is
+// and wins, and what was deleted does not come back, however the store is found readable in the end.
 TEST_F(SchedulerTest, AStoreThatCannotBeReadAtTheStartIsLoadedLater) {
     for (const bool byTimer : {true, false}) {
-        for (const char* name : {"A", "B", "C"}) Daily(name);
+        for (const char* name : {"A", "B", "C", "d"}) Daily(name);
         Add(folder + "/b.app", "other", 30000, true, false, 0);
         Add(folder + "/b.app", "kept", 30000, true, false, 0);
         platform_testing::use_defaults_at(folder + "/defaults.sqlite3");
         std::filesystem::permissions(folder, std::filesystem::perms(0770));  // the folder is refused
         scheduler.LoadFromSettings();
         EXPECT_EQ(Timers(), "");
+        EXPECT_TRUE(scheduler.HasSchedules());  // there may be some
+        Once("fired", 1000);
+        scheduler.EvScheduleStart(scheduler.timers.head->sources.head->source);
         Daily("D");
+        Add(folder + "/gone.app", "E", 30000, true, false, 0);
         Once("A", 1000);
         scheduler.Delete(kId, app.c_str(), "B");
         scheduler.DeleteAll(kId, (folder + "/b.app").c_str());
         Add(folder + "/b.app", "kept", 1000, false, false, 0);
         clock.advance(kSecond);
-        EXPECT_EQ(Timers(), "kept1! A1! D1");
+        EXPECT_EQ(Timers(), "kept1! A1! E1 D1");
 
         std::filesystem::permissions(folder, std::filesystem::perms(0700));
         clock.advance(kSecond);
-        EXPECT_EQ(Timers(), "kept1! A1! D1");  // the second pause is longer
+        EXPECT_EQ(Timers(), "kept1! A1! E1 D1");  // the second pause is longer
         if (byTimer) {
             clock.advance(kSecond);
         } else {
             scheduler.Delete(kId, app.c_str(), "never added");
         }
-        EXPECT_EQ(Timers(), "kept1! A1! D1 C1");
+        EXPECT_EQ(Timers(), "kept1! A1! E1 D1 C1");
+        clock.advance(998 * kSecond);  // not armed anew: that would be due a second or two later
+        EXPECT_EQ(Timers(), "E1 D1 C1");
         platform_testing::use_defaults_at(folder + "/defaults.sqlite3");
-        EXPECT_EQ(Stored(), "-/a.appB /a.appC /a.appD /a.appA /b.appkept");
+        EXPECT_EQ(Stored(), "/a.appC /a.appd /a.appfired /a.appD /gone.appE /a.appA /b.appkept");
         scheduler.LoadFromSettings();
-        EXPECT_EQ(Timers(), "kept1! A1! D1 C1");
-        for (const char* path : {"/a.app", "/b.app"}) scheduler.DeleteAll(kId, (folder + path).c_str());
+        EXPECT_EQ(Timers(), "kept1! A1! D1 fired1! d1 C1");
+        for (const char* path : {"/a.app", "/b.app", "/gone.app"}) scheduler.DeleteAll(kId, (folder + path).c_str());
         EXPECT_EQ(Timers() + Stored(), "");
     }
 }
