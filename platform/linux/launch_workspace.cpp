@@ -17,18 +17,18 @@ namespace {
 // other.
 class BundleTurn {
   public:
-    explicit BundleTurn(FileIdentity bundle) : bundle_(bundle) {
-        std::unique_lock lock(mutex());
-        while (std::find(busy().begin(), busy().end(), bundle_) != busy().end()) {
+    explicit BundleTurn(FileIdentity bundle) : turns_(turns()), bundle_(bundle) {
+        std::unique_lock lock(turns_.mutex);
+        while (std::find(turns_.busy.begin(), turns_.busy.end(), bundle_) != turns_.busy.end()) {
             waited_ = true;
-            free().wait(lock);
+            turns_.free.wait(lock);
         }
-        busy().push_back(bundle_);
+        turns_.busy.push_back(bundle_);
     }
     ~BundleTurn() {
-        const std::lock_guard lock(mutex());
-        busy().erase(std::find(busy().begin(), busy().end(), bundle_));
-        free().notify_all();
+        const std::lock_guard lock(turns_.mutex);
+        turns_.busy.erase(std::find(turns_.busy.begin(), turns_.busy.end(), bundle_));
+        turns_.free.notify_all();
     }
     BundleTurn(const BundleTurn&) = delete;
     BundleTurn& operator=(const BundleTurn&) = delete;
@@ -36,18 +36,17 @@ class BundleTurn {
     [[nodiscard]] bool waited() const { return waited_; }
 
   private:
-    static std::mutex& mutex() {
-        static std::mutex& object = *new std::mutex;
+    struct Turns {
+        std::mutex mutex;
+        std::condition_variable free;
+        std::vector<FileIdentity> busy;
+    };
+    // Made by the first turn and kept for ever. May throw std::bad_alloc, so a turn's end does not ask for it.
+    static Turns& turns() {
+        static Turns& object = *new Turns;
         return object;
     }
-    static std::condition_variable& free() {
-        static std::condition_variable& object = *new std::condition_variable;
-        return object;
-    }
-    static std::vector<FileIdentity>& busy() {
-        static std::vector<FileIdentity>& list = *new std::vector<FileIdentity>;
-        return list;
-    }
+    Turns& turns_;
     FileIdentity bundle_;
     bool waited_ = false;
 };

@@ -74,6 +74,7 @@ class Modelled {
     explicit Modelled(uint64_t span) : span_(span) {}
 
     uint64_t any(uint64_t below) { return random_() % below; }
+    size_t anyOne() { return static_cast<size_t>(any(timers_.size())); }
 
     void add() {
         const size_t number = timers_.size();
@@ -82,9 +83,9 @@ class Modelled {
         set(number, any(4) == 0 ? 1 + any(span_) : DISPATCH_TIME_FOREVER);
         dispatch_resume(timers_[number]->source);
     }
-    void setAnew() { set(any(timers_.size()), DISPATCH_TIME_FOREVER); }
+    void setAnew() { set(anyOne(), DISPATCH_TIME_FOREVER); }
     void cancel() {
-        const size_t number = any(timers_.size());
+        const size_t number = anyOne();
         dispatch_source_cancel(timers_[number]->source);
         model_.erase(keys_[number]);
     }

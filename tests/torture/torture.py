@@ -288,7 +288,7 @@ def memory(run):
                 total += starve(home, first, request, before, after, sticky, own_step, name)
         total += starve_load(home, run)
         total += starve_accept(home, step)
-    firings = deprive_firing(run, ALLOCATION, run.times(1, 40))
+    firings = deprive_firing(run, ALLOCATION, run.times(1, 13))
     return f"{total} failures in operations, load and accept, {firings} in firing and launching; no leak at the end"
 
 
