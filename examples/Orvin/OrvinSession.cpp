@@ -169,11 +169,9 @@ void OrvinSession::TryAgain() {
     });
 }
 
-void OrvinSession::EvConnectionError(long connection, LXPCErrorType error) {
+void OrvinSession::EvConnectionError(long /*connection*/, LXPCErrorType error) {
     if (error == LXPCErrorConnectionInvalid) {
-        dispatch_async(dispatch_get_main_queue(), [this, connection] {
-            if (connection == static_cast<long>(connection_)) connected_ = false;  // the next message makes another
-        });
+        dispatch_async(dispatch_get_main_queue(), [this] { connected_ = false; });  // the next message makes another
     }
     if (error == LXPCErrorConnectionInvalid || error == LXPCErrorConnectionInterrupted) Happened(Expected::End);
 }
