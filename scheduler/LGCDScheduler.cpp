@@ -72,7 +72,7 @@ void LGCDScheduler::StopFirings() {
 
 bool LGCDScheduler::HasSchedules() const {
     const std::lock_guard lock(mutex_);
-    return behind_ || timers.head != nullptr;
+    return timers.head != nullptr;
 }
 
 // ---- Operations
@@ -200,7 +200,8 @@ void LGCDScheduler::Load(Live live) {
     keys_.Swap(loading.keys);
     indexPrepared_ = false;
     if (deletedAny) PrepareIndex();
-    if (deletedAny || loading.removedAny) Flush();
+    // What was added meanwhile may be owed still.
+    if (deletedAny || loading.removedAny || live == Live::kept) Flush();
 }
 
 /// Arms the schedule under `key`, if there is one, or removes its record when its application has gone.

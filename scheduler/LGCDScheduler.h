@@ -72,8 +72,7 @@ class LGCDScheduler {
     /// counts once.
     void LoadFromSettings();
 
-    /// Whether there is any schedule in memory, armed or not. Also true while the store, which may hold some, could not
-    /// be read.
+    /// Whether there is any schedule in memory, armed or not. Knows nothing of a store that could not be read yet.
     [[nodiscard]] bool HasSchedules() const;
 
     // ---- Firing

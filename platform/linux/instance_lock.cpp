@@ -20,7 +20,7 @@ std::string pathIn(const std::string& directory) {
     return directory + "/instance.lock";
 }
 
-// A regular file of ours. Its mode is of no weight, since nobody else gets into its folder.
+// A regular file of ours. Its mode is of no weight, since nobody else can put anything into its folder.
 bool isLockFile(const struct stat& status) {
     return S_ISREG(status.st_mode) && status.st_uid == geteuid();
 }
@@ -37,11 +37,16 @@ UniqueFd openFile(const std::string& path, int flags) {
     return file;
 }
 
-// Takes a link, a pipe or another user's file from the lock's name: it holds nothing of worth, and without a lock two
-// instances would run. What a link leads to is not touched.
-bool removeStranger(const std::string& path) {
+// Makes the lock's name usable: a lock file of ours that is closed to us is opened, a link, a pipe or another user's
+// file, which holds nothing of worth, is removed. What a link leads to is not touched. Another start may do the same.
+void freeName(const std::string& path) {
     struct stat status {};
-    return statLink(path, status) && !isLockFile(status) && unlink(path.c_str()) == 0;
+    if (!statLink(path, status)) return;
+    if (isLockFile(status)) {
+        (void)chmod(path.c_str(), 0600);
+    } else {
+        (void)unlink(path.c_str());
+    }
 }
 
 // The lock could be had by a process that then lost its file to a deletion; only a lock on the file that bears the name
@@ -79,7 +84,10 @@ Result take(const std::string& directory, int milliseconds, UniqueFd& lock) {
     const std::string path = pathIn(directory);
     for (int waited = 0;; waited += 10) {
         UniqueFd file = openFile(path, O_RDWR | O_CREAT);
-        if (!file && removeStranger(path)) file = openFile(path, O_RDWR | O_CREAT);
+        if (!file) {
+            freeName(path);
+            file = openFile(path, O_RDWR | O_CREAT);
+        }
         if (!file) return Result::unavailable;
         const Result result = tryLock(file.get(), LOCK_EX);
         if (result == Result::unavailable) return result;
