@@ -13,6 +13,8 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -193,29 +195,49 @@ constexpr uint64_t kRecent = 5'000'000;  // nanoseconds; a look among some hundr
 
 std::atomic<uint64_t> launches{0};
 
+// The last look of all threads, and whose it was. Not one for each thread: without memory to note its destructor the C
+// library would end the process.
 struct Look {
+    std::mutex mutex;
     std::vector<ApplicationProcess> found;
+    std::thread::id by;
     uint64_t launchesBefore = 0;
     uint64_t ended = 0;  // 0: none, or given out
 };
-thread_local Look lastLook;
+
+Look& lastLook() {
+    static Look& object = *new Look;
+    return object;
+}
 
 }  // namespace
 
-const std::vector<ApplicationProcess>& findApplicationProcesses() {
-    lastLook.ended = 0;
-    lastLook.launchesBefore = launches.load(std::memory_order_acquire);
-    lastLook.found = lookThroughProcesses();
-    lastLook.ended = runtime::steadyNow();
-    return lastLook.found;
+std::vector<ApplicationProcess> findApplicationProcesses() {
+    const uint64_t launchesBefore = launches.load(std::memory_order_acquire);
+    std::vector<ApplicationProcess> found = lookThroughProcesses();
+    Look& look = lastLook();
+    const std::lock_guard lock(look.mutex);
+    look.ended = 0;
+    look.found = found;
+    look.by = std::this_thread::get_id();
+    look.launchesBefore = launchesBefore;
+    look.ended = runtime::steadyNow();
+    return found;
 }
 
 std::vector<ApplicationProcess> takeRecentLook() {
-    const bool recent = lastLook.ended != 0 && runtime::steadyNow() - lastLook.ended <= kRecent &&
-                        lastLook.launchesBefore == launches.load(std::memory_order_acquire);
-    if (!recent) (void)findApplicationProcesses();
-    lastLook.ended = 0;
-    return std::move(lastLook.found);
+    {
+        Look& look = lastLook();
+        const std::lock_guard lock(look.mutex);
+        const bool recent = look.ended != 0 && look.by == std::this_thread::get_id() &&
+                            runtime::steadyNow() - look.ended <= kRecent &&
+                            look.launchesBefore == launches.load(std::memory_order_acquire);
+        if (recent) {
+            look.ended = 0;
+            return std::move(look.found);
+        }
+    }
+    return lookThroughProcesses();
 }
 
 void forgetOlderLooks() noexcept {

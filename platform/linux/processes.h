@@ -24,8 +24,8 @@ struct ApplicationProcess {
 };
 
 /// All of them, oldest first. Processes that end or begin meanwhile may be missed. The look is kept for the calling
-/// thread's next `takeRecentLook`. May throw std::bad_alloc.
-const std::vector<ApplicationProcess>& findApplicationProcesses();
+/// thread's next `takeRecentLook`, until another thread looks. May throw std::bad_alloc.
+std::vector<ApplicationProcess> findApplicationProcesses();
 
 /// The calling thread's last look, if it ended at most 5 ms ago and `forgetOlderLooks` was not called since it began;
 /// otherwise a new one. Each look is given out once. May throw std::bad_alloc.
