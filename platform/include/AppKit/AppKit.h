@@ -41,9 +41,10 @@ class NSWorkspace {
     static NSWorkspace& sharedWorkspace();
 
     /// Starts the application whose bundle is at `path` (absolute) unless that bundle runs already: true in both cases.
-    /// One launch at a time per bundle, and the process table is looked at again under that lock, so two calls start
-    /// one process. The application gets a session of its own, no descriptor of ours but /dev/null on 0, 1 and 2,
-    /// default signals, the working directory "/" and our environment; it outlives us. Any thread.
+    /// One launch at a time per bundle, so two calls start one process: under that lock the process table is looked at
+    /// again, unless the calling thread looked within the last 5 ms, the lock was free and nothing was launched since.
+    /// The application gets a session of its own, no descriptor of ours but /dev/null on 0, 1 and 2, default signals,
+    /// the working directory "/" and our environment; it outlives us. Any thread.
     bool launchApplication(const NSString& path);
 };
 
