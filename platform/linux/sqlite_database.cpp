@@ -21,9 +21,26 @@ std::string uriOf(const std::string& path, const char* parameters) {
     return uri + parameters;
 }
 
-}  // namespace
+sqlite3_file* fileOf(sqlite3* connection, int which) {
+    sqlite3_file* file = nullptr;
+    const int code = sqlite3_file_control(connection, "main", which, static_cast<void*>(&file));
+    return code == SQLITE_OK && file != nullptr && file->pMethods != nullptr ? file : nullptr;
+}
 
-StoreResult storeResultOf(int sqliteCode) {
+// The library calls it damage, too, when the disk could not read a file. The system's error tells the two apart; it
+// lasts until the connection is closed.
+bool hasMetSystemError(sqlite3* connection) {
+    for (const int which : {SQLITE_FCNTL_FILE_POINTER, SQLITE_FCNTL_JOURNAL_POINTER}) {
+        sqlite3_file* const file = fileOf(connection, which);
+        int number = 0;
+        if (file == nullptr) continue;
+        const int code = file->pMethods->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &number);
+        if (code == SQLITE_OK && number != 0) return true;
+    }
+    return false;
+}
+
+StoreResult storeResultOf(sqlite3* connection, int sqliteCode) {
     switch (sqliteCode & 0xFF) {
         case SQLITE_OK:
         case SQLITE_ROW:
@@ -33,17 +50,19 @@ StoreResult storeResultOf(int sqliteCode) {
             return StoreResult::noMemory;
         case SQLITE_CORRUPT:
         case SQLITE_NOTADB:
-            return StoreResult::damaged;
+            return hasMetSystemError(connection) ? StoreResult::unavailable : StoreResult::damaged;
         default:
             return StoreResult::unavailable;
     }
 }
 
+}  // namespace
+
 StoreResult SqliteStatement::prepare(sqlite3* connection, const char* sql) {
     finalize();
     const int code = sqlite3_prepare_v3(connection, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement_, nullptr);
     // Our texts are right, so what does not compile finds a file of an unknown format, or other tables than ours.
-    return (code & 0xFF) == SQLITE_ERROR ? StoreResult::damaged : storeResultOf(code);
+    return (code & 0xFF) == SQLITE_ERROR ? StoreResult::damaged : storeResultOf(connection, code);
 }
 
 void SqliteStatement::finalize() {
@@ -68,14 +87,14 @@ void SqliteStatement::bindNull(int index) {
 StoreResult SqliteStatement::run() {
     const int code = sqlite3_step(statement_);
     (void)sqlite3_reset(statement_);  // repeats the code of the step
-    return storeResultOf(code);
+    return storeResultOf(sqlite3_db_handle(statement_), code);
 }
 
 StoreResult SqliteStatement::step(bool& row) {
     const int code = sqlite3_step(statement_);
     row = code == SQLITE_ROW;
     if (!row) (void)sqlite3_reset(statement_);
-    return storeResultOf(code);
+    return storeResultOf(sqlite3_db_handle(statement_), code);
 }
 
 std::string_view SqliteStatement::text(int column) const {
@@ -95,8 +114,9 @@ StoreResult SqliteDatabase::open(const std::string& path, Mode mode) {
         code = sqlite3_open_v2(uri.c_str(), &connection_, kCommon | SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
     }
     if (code != SQLITE_OK) {
+        const StoreResult result = storeResultOf(connection_, code);
         close();
-        return storeResultOf(code);
+        return result;
     }
     // The file may have been made by anybody: nothing in it may act, and pages are checked before they are trusted.
     // What the log holds stays there at the end: closing a damaged file must not write to it.
@@ -114,10 +134,9 @@ void SqliteDatabase::close() {
 
 // 0 when it cannot be read.
 unsigned char SqliteDatabase::headerByte(int64_t at) const {
-    sqlite3_file* file = nullptr;
+    sqlite3_file* const file = fileOf(connection_, SQLITE_FCNTL_FILE_POINTER);
     unsigned char byte = 0;
-    const int code = sqlite3_file_control(connection_, "main", SQLITE_FCNTL_FILE_POINTER, static_cast<void*>(&file));
-    if (code != SQLITE_OK || file == nullptr || file->pMethods == nullptr) return 0;
+    if (file == nullptr) return 0;
     return file->pMethods->xRead(file, &byte, 1, at) == SQLITE_OK ? byte : 0;
 }
 
@@ -136,7 +155,7 @@ bool SqliteDatabase::refusesWrites() const {
 }
 
 StoreResult SqliteDatabase::execute(const char* sql) {
-    return storeResultOf(sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr));
+    return storeResultOf(connection_, sqlite3_exec(connection_, sql, nullptr, nullptr, nullptr));
 }
 
 StoreResult SqliteDatabase::queryNumber(const char* sql, int64_t& number) {

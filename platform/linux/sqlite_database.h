@@ -12,12 +12,10 @@ enum class [[nodiscard]] StoreResult{
     ok,
     /// The file is no database, is damaged, or does not hold what it should: it will not get better by itself.
     damaged,
-    /// Full, read-only, locked, not reachable: another try may succeed.
+    /// Full, read-only, locked, not reachable, an error of the disk: another try may succeed once the file was closed.
     unavailable,
     noMemory,
 };
-
-StoreResult storeResultOf(int sqliteCode);
 
 class SqliteStatement {
   public:

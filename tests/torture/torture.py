@@ -422,7 +422,8 @@ def disk(run):
                     restore(home)
                     trials += spoil(home, name, first, request, before, run.times(1, 3),
                                     kind=kind, number=number, deed=deed, sticky=sticky)
-    return f"{trials} failures, 0 exits, everything pending stored by the next flush"
+        loads = spoil_load(home, run)
+    return f"{trials} failures, {loads} in loading, 0 exits, everything stored and held by the next flush"
 
 
 def anew(home):
@@ -461,6 +462,33 @@ def spoil(home, name, first, request, before, step, kind, **plan):
     link.close()
     home.orderly()
     return reached
+
+
+def spoil_load(home, run):
+    """A start that cannot read the store serves all the same, and the next operation finds everything. One that cannot
+    see the main application idles without a service."""
+    path, trials = home.app(), 0
+    before = prepare(home, [add(path, f"s{i}", FAR + i) for i in range(3)])
+    for kind, number, deed in TROUBLES:
+        for sticky in (False, True):
+            k, hits = 1, 1
+            while hits:
+                restore(home)
+                home.plan(kind, k, from_load=True, number=number, deed=deed, sticky=sticky)
+                home.start(shim=True, ready=False)
+                link = home.find(unless=lambda: home.plan.get("hits") and home.rests())
+                hits = home.plan.clear()
+                home.survived(f"load, call {k}")
+                if link is None:
+                    home.orderly()
+                    link = home.start()
+                link.send(delete(path, "nothing of this name"))
+                need(not link.ask(QUESTION), f"{number}, {deed}, {sticky} at {k} of loading: nothing is held")
+                need(home.stored() == before, f"{number}, {deed}, {sticky} at {k} of loading: stored", home.stored())
+                link.close()
+                home.orderly()
+                trials, k = trials + 1, k + run.times(1, 9)
+    return trials
 
 
 # ---- Asked to end
