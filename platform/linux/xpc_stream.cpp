@@ -326,6 +326,7 @@ void Stream::end(End reason) noexcept {
         const std::lock_guard lock(mutex_);
         if (link_ == Link::Over) return;
         link_ = over ? Link::Over : Link::Down;
+        ++session_;  // replies to the side that has gone must not wake up or reach another
         closing = std::move(socket_);
         readerGone_ = false;
         out_.drop(&queue_);

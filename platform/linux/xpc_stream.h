@@ -143,7 +143,7 @@ class Stream final : public Endpoint, private runtime::IoWatcher {
     // Guarded by the mutex; `socket_` and `link_` are changed by the io thread only, which reads them without it.
     Link link_ = Link::Down;
     UniqueFd socket_;
-    uint32_t session_ = 0;     // counts a client's successive connections
+    uint32_t session_ = 0;     // 0 until a client first connects; rises with each beginning and end of a link
     bool readerGone_ = false;  // the other side takes nothing more; what it sent is still being read
     bool condemned_ = false;
     OutQueue out_;

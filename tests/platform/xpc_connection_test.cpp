@@ -279,6 +279,33 @@ TEST_F(Connections, InterruptedThenConnectedAgain) {
     EXPECT_EQ(client.log.size(), 3U);
 }
 
+/// A reply to a service that has gone neither looks for the next one nor goes to it.
+TEST_F(Connections, ReplyToAServiceThatHasGone) {
+    const Held connection(xpc_connection_create(serviceName, nullptr));
+    Log log, barriers;
+    Held question;
+    xpc_connection_set_event_handler(connection.connection(), [&](xpc_object_t event) {
+        if (xpc_get_type(event) == XPC_TYPE_DICTIONARY) question = Held(xpc_retain(event));
+        log.add(describe(event));
+    });
+    xpc_connection_resume(connection.connection());
+    {
+        Service service([](auto, auto) {});
+        xpc_connection_send_message_with_reply(service.peer(0), message(1), nullptr, [](xpc_object_t) {});
+        log.wait(1);
+    }
+    EXPECT_EQ(log.wait(2).back(), "interrupted");
+    answer(connection.connection(), question);
+    xpc_connection_send_barrier(connection.connection(), [&] { barriers.add(""); });
+    barriers.wait(1);
+    EXPECT_EQ(log.size(), 2U);
+    Service service([](auto, auto) {});
+    xpc_connection_send_message(connection.connection(), message(2));
+    EXPECT_EQ(service.log.wait(1).front(), "n=2");
+    xpc_connection_cancel(connection.connection());
+    EXPECT_EQ(log.wait(3).back(), "invalid");
+}
+
 TEST_F(Connections, CancelEndsEverythingOnce) {
     Service service([](auto, auto) {});
     for (const bool resumed : {true, false}) {
