@@ -23,6 +23,12 @@ constexpr int acceptsPerTurn = 16;
 constexpr uint64_t roomRetryNanoseconds = 100'000'000;
 constexpr int numbersPerLook = 64;
 
+/// The peer has closed its end and left nothing to read.
+bool isGone(int socket) {
+    char first = '\0';
+    return recv(socket, &first, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
 }  // namespace
 
 // poll tells of each number whether it is open. The system gives out the lowest free number first, so the look starts
@@ -93,6 +99,7 @@ void Listener::ready(uint32_t /*events*/) noexcept {
             case Accepted::One:
                 continue;
             case Accepted::NoneWaiting:
+                crowded_ = false;
                 return;
             case Accepted::NoRoom:
                 return waitForRoom();
@@ -108,7 +115,7 @@ Listener::Accepted Listener::acceptOne() noexcept {
     }
     UniqueFd socket(accept4(offer_.socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket) {
-        welcome(std::move(socket));
+        if (!crowded_ || !isGone(socket.get())) welcome(std::move(socket));
         return Accepted::One;
     }
     switch (errno) {
@@ -150,6 +157,7 @@ void Listener::unwatch() noexcept {
 void Listener::waitForRoom() noexcept {
     unwatch();
     waitingForRoom_ = true;
+    crowded_ = true;
     if (std::exchange(retryPosted_, true)) return;
     retain();
     runtime::IoLoop::shared().postAt(runtime::addSaturating(runtime::steadyNow(), roomRetryNanoseconds), &retryJob_);

@@ -6,7 +6,9 @@
 //
 // It accepts only while the process has `spareDescriptors` left besides: the store, /proc and launching need them more
 // than one more peer does. Otherwise it leaves the epoll, where an unaccepted peer would keep the loop spinning, until
-// one of its peers is closed or a tenth of a second has passed.
+// one of its peers is closed or a tenth of a second has passed. Of a crowd that had to wait, those that have gone
+// without a word are closed at once and no handler hears of them: each would hold up the others for two changes of
+// thread.
 #pragma once
 
 #include "platform/linux/service_name.h"
@@ -52,6 +54,7 @@ class Listener final : public Endpoint, private runtime::IoWatcher {
     // The io thread's.
     bool watched_ = false;
     bool retryPosted_ = false;
+    bool crowded_ = false;  // since room was wanting, no accept has found nobody waiting
     bool over_ = false;
 };
 
