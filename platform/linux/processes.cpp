@@ -106,7 +106,8 @@ class Process {
         if (bundle.empty()) return {};
         const InfoPlist plist = InfoPlist::ofBundle(bundle);
         const std::string* executable = plist.text("CFBundleExecutable");
-        const bool isIt = executable != nullptr && script == bundle + "/Contents/MacOS/" + *executable;
+        const bool isIt = executable != nullptr && executable->find('/') == std::string::npos &&
+                          script == resolvedPath(bundle + "/Contents/MacOS/" + *executable);
         return isIt ? bundle : std::string();
     }
 

@@ -98,6 +98,9 @@ TEST_F(ApplicationsTest, AreFoundHoweverTheyWereStarted) {
     const std::string app = makeBundle("One.app");
     const std::string scripted = makeBundle("Two.app", true);
     std::filesystem::create_directory_symlink(app, folder_ / "link");
+    const std::string linked = makeBundle("Three.app", true);
+    std::filesystem::rename(linked + "/Contents/MacOS/Probe", linked + "/Contents/MacOS/run.sh");
+    std::filesystem::create_symlink("run.sh", linked + "/Contents/MacOS/Probe");
     const std::string inside = scripted + "/Contents/MacOS";
     const struct {
         const char* what;
@@ -110,6 +113,7 @@ TEST_F(ApplicationsTest, AreFoundHoweverTheyWereStarted) {
         {"script", {inside + "/Probe"}, "/", scripted},
         {"script after an option", {"/bin/sh", "-e", inside + "/Probe"}, "/", scripted},
         {"script by a relative path", {"/bin/sh", "Two.app/Contents/MacOS/Probe"}, folder_.path(), scripted},
+        {"script behind a link", {linked + "/Contents/MacOS/Probe"}, "/", linked},
         {"reader of the script", {"/usr/bin/tail", "-f", "-n0", "-q", inside + "/Probe"}, "/", ""},
         {"script of another name", {"/bin/sh", "-c", "read x < $PROBE_HOLD", inside + "/Other"}, "/", ""},
     };
