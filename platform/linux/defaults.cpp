@@ -102,7 +102,9 @@ StoreResult NSUserDefaultsBody::followFile() {
         return StoreResult::ok;
     }
     loaded = false;
-    return load(defaults::Store::kShortWait);
+    const StoreResult result = load(defaults::Store::kShortWait);
+    unreadable = result == StoreResult::unavailable;
+    return result;
 }
 
 StoreResult NSUserDefaultsBody::writeOnce() {

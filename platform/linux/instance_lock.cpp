@@ -37,16 +37,28 @@ UniqueFd openFile(const std::string& path, int flags) {
     return file;
 }
 
+// Unavailable where the file system knows no such locks: that is nobody else's doing.
+Result tryLock(int fd, int kind) {
+    while (flock(fd, kind | LOCK_NB) != 0) {
+        if (errno != EINTR) return errno == EWOULDBLOCK ? Result::heldByAnother : Result::unavailable;
+    }
+    return Result::taken;
+}
+
 // Makes the lock's name usable: a lock file of ours that is closed to us is opened, a link, a pipe or another user's
-// file, which holds nothing of worth, is removed. What a link leads to is not touched. Another start may do the same.
-void freeName(const std::string& path) {
+// file, which holds nothing of worth, is removed. What a link leads to is not touched. Under the folder's own lock, so
+// that no start takes away the file that another has just made; false while another is at it.
+bool freeName(const std::string& directory, const std::string& path) {
+    const UniqueFd folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder && tryLock(folder.get(), LOCK_EX) == Result::heldByAnother) return false;
     struct stat status {};
-    if (!statLink(path, status)) return;
+    if (!statLink(path, status)) return true;
     if (isLockFile(status)) {
         (void)chmod(path.c_str(), 0600);
     } else {
         (void)unlink(path.c_str());
     }
+    return true;
 }
 
 // The lock could be had by a process that then lost its file to a deletion; only a lock on the file that bears the name
@@ -55,14 +67,6 @@ bool isStillThere(const std::string& path, int fd) {
     struct stat byName {};
     struct stat byDescriptor {};
     return statLink(path, byName) && fstat(fd, &byDescriptor) == 0 && identityOf(byName) == identityOf(byDescriptor);
-}
-
-// Unavailable where the file system knows no such locks: that is nobody else's doing.
-Result tryLock(int fd, int kind) {
-    while (flock(fd, kind | LOCK_NB) != 0) {
-        if (errno != EINTR) return errno == EWOULDBLOCK ? Result::heldByAnother : Result::unavailable;
-    }
-    return Result::taken;
 }
 
 void writeHolder(int fd) {
@@ -84,12 +88,11 @@ Result take(const std::string& directory, int milliseconds, UniqueFd& lock) {
     const std::string path = pathIn(directory);
     for (int waited = 0;; waited += 10) {
         UniqueFd file = openFile(path, O_RDWR | O_CREAT);
-        if (!file) {
-            freeName(path);
+        if (!file && freeName(directory, path)) {
             file = openFile(path, O_RDWR | O_CREAT);
+            if (!file) return Result::unavailable;
         }
-        if (!file) return Result::unavailable;
-        const Result result = tryLock(file.get(), LOCK_EX);
+        const Result result = file ? tryLock(file.get(), LOCK_EX) : Result::heldByAnother;
         if (result == Result::unavailable) return result;
         if (result == Result::taken && isStillThere(path, file.get())) {
             (void)fchmod(file.get(), 0600);
