@@ -8,7 +8,7 @@
 namespace {
 
 constexpr long kFirstPause = 1;
-constexpr long kLongestPause = 1024;
+constexpr long kLongestPause = 64;
 
 }  // namespace
 

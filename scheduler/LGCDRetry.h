@@ -13,7 +13,7 @@ class LGCDRetry {
     /// Calls `attempt` on a worker thread after 1 s, once; nothing happens when it was started already. Throws
     /// std::bad_alloc with nothing started.
     void Start(dispatch_block_t attempt);
-    /// Has it called once more, after twice the pause of the last time (at most 1024 s). Needs no memory.
+    /// Has it called once more, after twice the pause of the last time (at most 64 s). Needs no memory.
     void Again() noexcept;
     /// No further call starts. Legal inside `attempt`.
     void Stop() noexcept { source_.reset(); }

@@ -14,8 +14,9 @@
 // whose key would be the index's own, make an operation do nothing. What cannot be flushed stays pending and goes with
 // the next flush. A store that cannot be read when it is to be loaded is loaded as soon as it can be: every operation
 // tries again, and a timer does while there is none. What was added meanwhile stays as it is, armed or fired, and wins
-// over the same names in the store; what was deleted stays deleted. When memory is out, an operation throws
-// std::bad_alloc and has had no effect, and the next one works; a firing needs no memory.
+// over the same names in the store; what was deleted stays deleted. A process that ends before that takes what was
+// changed with it. When memory is out, an operation throws std::bad_alloc and has had no effect, and the next one
+// works; a firing needs no memory.
 //
 //     class Launcher : public LGCDScheduler {
 //       public:
