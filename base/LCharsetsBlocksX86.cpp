@@ -85,19 +85,30 @@ LCHARSETS_VECTOR inline __m128i lookUp(const uint8_t (&table)[16], __m128i halfB
     return _mm_shuffle_epi8(load(table), _mm_and_si128(halfBytes, _mm_set1_epi8(0x0F)));
 }
 
-/// Not zero somewhere when `bytes`, with `before` before them, are ill-formed as far as they go.
+/// Not zero somewhere when `bytes`, with `before` before them, are ill-formed as far as they go. Without `upTo4` none
+/// of them is 0xF0 or more.
+template <bool upTo4>
 LCHARSETS_VECTOR inline __m128i faults(__m128i bytes, __m128i before) {
     const __m128i previous1 = _mm_alignr_epi8(bytes, before, 15);
     const __m128i previous2 = _mm_alignr_epi8(bytes, before, 14);
-    const __m128i previous3 = _mm_alignr_epi8(bytes, before, 13);
     const __m128i pair =
         _mm_and_si128(_mm_and_si128(lookUp(firstHigh, _mm_srli_epi16(previous1, 4)), lookUp(firstLow, previous1)),
                       lookUp(secondHigh, _mm_srli_epi16(bytes, 4)));
     // In third place of three or four, and in fourth place, a second trailing byte in a row must stand.
-    const __m128i third = _mm_subs_epu8(previous2, _mm_set1_epi8(0xE0 - 0x80));
-    const __m128i fourth = _mm_subs_epu8(previous3, _mm_set1_epi8(0xF0 - 0x80));
-    const __m128i due = _mm_and_si128(_mm_or_si128(third, fourth), _mm_set1_epi8(static_cast<char>(0x80)));
-    return _mm_xor_si128(due, pair);
+    __m128i due = _mm_subs_epu8(previous2, _mm_set1_epi8(0xE0 - 0x80));
+    if constexpr (upTo4) {
+        const __m128i previous3 = _mm_alignr_epi8(bytes, before, 13);
+        due = _mm_or_si128(due, _mm_subs_epu8(previous3, _mm_set1_epi8(0xF0 - 0x80)));
+    }
+    return _mm_xor_si128(_mm_and_si128(due, _mm_set1_epi8(static_cast<char>(0x80))), pair);
+}
+
+/// Whether a block, which begins with a sequence, is well formed as far as it goes.
+template <bool upTo4, size_t vectors>
+LCHARSETS_VECTOR inline bool isWellFormed(const __m128i (&bytes)[vectors]) {
+    __m128i fault = faults<upTo4>(bytes[0], _mm_setzero_si128());
+    for (size_t i = 1; i < vectors; ++i) fault = _mm_or_si128(fault, faults<upTo4>(bytes[i], bytes[i - 1]));
+    return _mm_testz_si128(fault, fault) != 0;
 }
 
 // ---- Decoding
@@ -119,13 +130,21 @@ LCHARSETS_VECTOR inline void put16(TOut* out, __m128i bytes) {
     put8(out + 8, _mm_unpackhi_epi8(bytes, _mm_setzero_si128()));
 }
 
-/// Four lanes of 32 bits.
+/// Four lanes of 32 bits, none above 0xFFFF.
 LCHARSETS_VECTOR inline void put4(unsigned short* out, __m128i lanes) {
-    const __m128i low = _mm_and_si128(lanes, _mm_set1_epi32(0xFFFF));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi32(low, low));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi32(lanes, lanes));
 }
 
 LCHARSETS_VECTOR inline void put4(wchar_t* out, __m128i lanes) {
+    store(out, lanes);
+}
+
+/// Four lanes of 32 bits, cut to the size of the output's.
+LCHARSETS_VECTOR inline void put4Cut(unsigned short* out, __m128i lanes) {
+    put4(out, _mm_and_si128(lanes, _mm_set1_epi32(0xFFFF)));
+}
+
+LCHARSETS_VECTOR inline void put4Cut(wchar_t* out, __m128i lanes) {
     store(out, lanes);
 }
 
@@ -176,7 +195,7 @@ LCHARSETS_VECTOR inline size_t decodeWindow(const uint8_t* in, TOut*& out, uint6
         put4(out, joinUpTo3(lanes));
         out += 4;
     } else {
-        put4(out, joinUpTo4(lanes));
+        put4Cut(out, joinUpTo4(lanes));
         out += 3;
     }
     return window.bytes;
@@ -186,23 +205,18 @@ LCHARSETS_VECTOR inline size_t decodeWindow(const uint8_t* in, TOut*& out, uint6
 template <size_t vectors, typename TOut>
 LCHARSETS_VECTOR inline bool decodeBlock(Place<uint8_t, TOut>& place) {
     __m128i bytes[vectors];
-    __m128i any = _mm_setzero_si128();
-    for (size_t i = 0; i < vectors; ++i) any = _mm_or_si128(any, bytes[i] = load(place.in + i * vectorBytes));
-    if (topBits(any) == 0) {
+    __m128i highest = _mm_setzero_si128();
+    for (size_t i = 0; i < vectors; ++i) highest = _mm_max_epu8(highest, bytes[i] = load(place.in + i * vectorBytes));
+    if (topBits(highest) == 0) {
         for (size_t i = 0; i < vectors; ++i) put16(place.out + i * vectorBytes, bytes[i]);
         place.in += vectors * vectorBytes;
         place.out += vectors * vectorBytes;
         return true;
     }
-    __m128i before = _mm_setzero_si128();
-    __m128i fault = before;
+    const bool upTo4 = topBits(isAtLeast(highest, 0xF0)) != 0;
+    if (!(upTo4 ? isWellFormed<true>(bytes) : isWellFormed<false>(bytes))) return false;
     uint64_t trailing = 0;
-    for (size_t i = 0; i < vectors; ++i) {
-        fault = _mm_or_si128(fault, faults(bytes[i], before));
-        before = bytes[i];
-        trailing |= topBits(isTrailing(bytes[i])) << (i * vectorBytes);
-    }
-    if (!_mm_testz_si128(fault, fault)) return false;
+    for (size_t i = 0; i < vectors; ++i) trailing |= topBits(isTrailing(bytes[i])) << (i * vectorBytes);
     constexpr uint64_t all = ~uint64_t{0} >> (blockBytes - vectors * vectorBytes);
     const uint64_t ends = (~trailing & all) >> 1;  // Of the last byte it is not known
     size_t at = 0;
