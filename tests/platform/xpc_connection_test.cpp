@@ -288,9 +288,9 @@ TEST_F(Connections, ReplyToAServiceThatHasGone) {
         if (xpc_get_type(event) == XPC_TYPE_DICTIONARY) question = Held(xpc_retain(event));
         log.add(describe(event));
     });
-    xpc_connection_resume(connection.connection());
     {
         Service service([](auto, auto) {});
+        xpc_connection_resume(connection.connection());
         xpc_connection_send_message_with_reply(service.peer(0), message(1), nullptr, [](xpc_object_t) {});
         log.wait(1);
     }
