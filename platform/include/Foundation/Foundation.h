@@ -128,7 +128,8 @@ class NSUserDefaults {
 
     /// Commits everything set or removed since the last success in one transaction, durably; does no I/O when there is
     /// nothing to commit. False when the store could not be written: what failed stays pending and goes with the next
-    /// call. Waits at most 250 ms at each lock of another process.
+    /// call. Waits at most 250 ms at each lock of another process (some 10 s at one of SQLite's log, should it be held
+    /// without end).
     bool synchronize();
 
     NSUserDefaults(const NSUserDefaults&) = delete;
