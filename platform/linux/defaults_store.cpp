@@ -3,6 +3,7 @@
 #include <array>
 
 #include "file_status.h"
+#include "runtime.h"
 
 namespace defaults {
 
@@ -305,6 +306,7 @@ StoreResult Store::read(Values& found) {
 }
 
 StoreResult Store::write(Values& values) {
+    runtime::expectToBlock();
     StoreResult result = statements_->begin.run();
     if (result != StoreResult::ok) return result;
     for (Slot* slot = values.dirty(); slot != nullptr && result == StoreResult::ok; slot = slot->nextDirty) {

@@ -2,10 +2,12 @@
 add_library(platform_core STATIC
     census.cpp
     clock.cpp
+    descriptors.cpp
     dispatch.cpp
     ending.cpp
     gate.cpp
     io_loop.cpp
+    lookout.cpp
     main_queue.cpp
     manual_clock.cpp
     queue.cpp

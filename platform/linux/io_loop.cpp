@@ -153,6 +153,10 @@ bool IoLoop::change(int fd, uint32_t events, IoWatcher* watcher) noexcept {
     return body_->control(EPOLL_CTL_MOD, fd, events, watcher);
 }
 
+void IoLoop::ignore(int fd) noexcept {
+    body_->control(EPOLL_CTL_DEL, fd, 0, nullptr);
+}
+
 void IoLoop::forget(int fd, IoWatcher* watcher) noexcept {
     body_->control(EPOLL_CTL_DEL, fd, 0, nullptr);
     for (int i = body_->eventIndex; i < body_->eventCount; ++i) {

@@ -1,8 +1,16 @@
 #include "platform/linux/main_queue.h"
 
+#include <utility>
+
 #include "platform/linux/census.h"
 
 namespace runtime {
+
+namespace {
+
+thread_local bool servesMainQueue = false;
+
+}  // namespace
 
 MainQueue::MainQueue() {
     start();
@@ -14,28 +22,47 @@ MainQueue& MainQueue::shared() {
 }
 
 void MainQueue::post(Job* job) noexcept {
+    Lookout* lookout = nullptr;
     {
         const std::lock_guard lock(mutex_);
         jobs_.push(job);
         if (!asleep_) return;
         asleep_ = false;
+        lookout = lookout_;
     }
-    bed_.wake();
+    if (servesMainQueue) return;  // in a glance
+    if (lookout != nullptr) {
+        lookout->ring();
+    } else {
+        bed_.wake();
+    }
 }
 
 Job* MainQueue::takeOrSleep() noexcept {
+    bool onWatch = false;
     for (;;) {
         {
             const std::lock_guard lock(mutex_);
-            if (Job* job = jobs_.pop()) return job;
+            if (Job* job = jobs_.pop()) {
+                asleep_ = false;
+                if (onWatch) lookout_->leave();
+                return job;
+            }
             asleep_ = true;
+            if (!onWatch) lookout_ = Lookout::ofMainQueueIfMade();
         }
-        bed_.wait();
+        if (lookout_ == nullptr) {
+            bed_.wait();
+            continue;
+        }
+        if (!std::exchange(onWatch, true)) lookout_->take();
+        lookout_->wait();
     }
 }
 
 void MainQueue::serve() noexcept {
     giveUpRunning();  // launching is over
+    servesMainQueue = true;
     for (;;) {
         Job* job = takeOrSleep();
         enterRunning();

@@ -21,6 +21,7 @@
 #include "clock.h"
 #include "file_status.h"
 #include "info_plist.h"
+#include "runtime.h"
 #include "unique_fd.h"
 
 namespace {
@@ -173,6 +174,7 @@ std::vector<std::string> scriptCandidates(const std::string& commandLine) {
 namespace {
 
 std::vector<ApplicationProcess> lookThroughProcesses() {
+    runtime::expectToBlock();
     std::vector<ApplicationProcess> found;
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir("/proc"), closedir);
     if (listing == nullptr) return found;

@@ -112,7 +112,7 @@ void SerialQueue::takeTurn(Job* job) {
             return;
         }
     }
-    queue.target_->post(&queue.turn_);
+    queue.target_->postLast(&queue.turn_);
 }
 
 }  // namespace runtime

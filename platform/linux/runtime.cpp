@@ -3,6 +3,7 @@
 
 #include "platform/linux/ending.h"
 #include "platform/linux/io_thread.h"
+#include "platform/linux/lookout.h"
 #include "platform/linux/thread.h"
 #include "platform/linux/timer_service.h"
 
@@ -31,6 +32,7 @@ void start() {
     static const bool started = [] {
         keepSignalMask();
         createIoLoop();
+        createWorkersLookout();
         createTimers();
         startEnding();
         startIoThread();

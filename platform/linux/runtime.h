@@ -3,7 +3,8 @@
 //
 // The io thread serves one epoll: sockets, one timerfd for every timer source, child pidfds and the exit eventfd. It
 // runs nothing but watchers and io jobs of this folder, never project code, and takes no lock of the project's, so
-// nothing can block it and it can watch over the ending. All else runs as jobs on queues.
+// nothing can block it and it can watch over the ending. All else runs as jobs on queues. Threads of queues that have
+// nothing to do take sockets and timers off it (lookout.h).
 //
 // Posting a job allocates nothing: a job is a part of what it works for (a timer source, a message, a connection) and
 // is linked into the queue by a field of its own. A job may be posted again as soon as its `run` has been entered.
@@ -53,6 +54,8 @@ struct dispatch_queue_s {
     virtual void postAll(runtime::JobList& jobs) noexcept {
         while (runtime::Job* job = jobs.pop()) post(job);
     }
+    /// By a job that ends with it: the calling thread is free for `job` at once.
+    virtual void postLast(runtime::Job* job) noexcept { post(job); }
     virtual void retain() noexcept {}
     virtual void release() noexcept {}
 
@@ -118,6 +121,9 @@ class IoLoop {
     bool watch(int fd, uint32_t events, IoWatcher* watcher) noexcept;
     bool change(int fd, uint32_t events, IoWatcher* watcher) noexcept;
 
+    /// Stops watching `fd`, whose watcher is never destroyed: it may still be called for an event that was fetched.
+    void ignore(int fd) noexcept;
+
     /// On the io thread only: after it returns the watcher is not called again, not even for events that this turn of
     /// the loop has already fetched. Close a watched descriptor only after this, and only on the io thread.
     void forget(int fd, IoWatcher* watcher) noexcept;
@@ -153,6 +159,9 @@ void runGuarded(Function&& function) noexcept {
 /// Starts the io thread and the ending thread now, with signals handled on other threads. Idempotent; the queues, the
 /// io loop and the timers call it when they are first used. A process forks before this or not at all.
 void start();
+
+/// What follows on this worker may take long: the io thread takes over what idle workers watch, until one is back.
+void expectToBlock() noexcept;
 
 /// Marks project code on a thread that is no worker (the application's launching on the main thread) as running, for as
 /// long as it lives: the ending waits for it as for a job. Given up by platform_exit and by dispatch_main. Made after

@@ -1,6 +1,7 @@
 #include "platform/linux/worker_pool.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/linux/census.h"
 #include "platform/linux/clock.h"
@@ -19,11 +20,11 @@ constexpr unsigned kBeginners = 2;
 constexpr uint64_t kLookAfter = 1'000'000;
 constexpr unsigned kShortJobs = 64;
 
+thread_local const void* thisWorker = nullptr;
+
 }  // namespace
 
-WorkerPool::WorkerPool() {
-    start();
-}
+WorkerPool::WorkerPool() : lookout_((start(), Lookout::ofWorkers())) {}
 
 WorkerPool& WorkerPool::shared() {
     static WorkerPool* const pool = new WorkerPool;
@@ -39,6 +40,13 @@ void WorkerPool::post(Job* job) noexcept {
         help = helpLocked(1);
     }
     bring(help);
+}
+
+/// The calling worker takes the first waiting job next, so nobody needs to be woken.
+void WorkerPool::postLast(Job* job) noexcept {
+    const std::lock_guard lock(mutex_);
+    jobs_.push(job);
+    ++waiting_;
 }
 
 void WorkerPool::postAll(JobList& jobs) noexcept {
@@ -82,10 +90,21 @@ void WorkerPool::look(Job*) {
     if (again) askForLook(nullptr);
 }
 
-/// Hands waiting jobs, the first of them first, to idle workers, those who were busy last first, and starts threads for
-/// the rest, unless a start has just failed: for `most` jobs in all.
+/// Gives the worker on watch the first waiting job; false when there is no such worker, or it has one already.
+bool WorkerPool::handToWatch() noexcept {
+    if (waiting_ == 0 || onWatch_ == nullptr || onWatch_->handed != nullptr) return false;
+    onWatch_->handed = takeLocked();
+    --resting_;
+    return true;
+}
+
+/// Hands waiting jobs, the first of them first, to the calling worker if it is on watch, to idle workers, those who
+/// were busy last first, and to the one on watch, and starts threads for the rest, unless a start has just failed: for
+/// `most` jobs in all.
 WorkerPool::Help WorkerPool::helpLocked(unsigned most) noexcept {
     Help help;
+    const bool isOwn = onWatch_ != nullptr && onWatch_ == thisWorker;
+    if (most != 0 && isOwn && handToWatch()) --most;
     Worker** end = &help.woken;
     for (; most != 0 && idle_ != nullptr && waiting_ != 0; --most) {
         Worker* worker = idle_;
@@ -95,6 +114,10 @@ WorkerPool::Help WorkerPool::helpLocked(unsigned most) noexcept {
         worker->nextIdle = nullptr;
         *end = worker;
         end = &worker->nextIdle;
+    }
+    if (most != 0 && handToWatch()) {
+        help.ring = true;
+        --most;
     }
     for (; most != 0 && needsThread() && !retrying_; --most, ++help.missing) {
         ++starting_;
@@ -108,6 +131,7 @@ void WorkerPool::bring(Help help) noexcept {
         help.woken = worker->nextIdle;  // before it wakes and uses the link itself
         worker->bed.wake();
     }
+    if (help.ring) lookout_->ring();
     while (help.missing-- != 0) startWorker();
 }
 
@@ -146,6 +170,7 @@ void WorkerPool::retry(Job*) {
 void WorkerPool::work() {
     WorkerPool& pool = shared();
     Worker self;
+    thisWorker = &self;
     {
         const std::lock_guard lock(pool.mutex_);
         --pool.starting_;
@@ -165,15 +190,35 @@ Job* WorkerPool::takeLocked() noexcept {
 }
 
 Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
+    bool watch = false;
     {
         const std::lock_guard lock(mutex_);
         if (waiting_ != 0) return takeLocked();
-        self.nextIdle = idle_;
-        idle_ = &self;
         ++resting_;
+        watch = onWatch_ == nullptr && lookout_ != nullptr && lookout_->isUseful();
+        self.handed = nullptr;
+        if (watch) {
+            onWatch_ = &self;
+        } else {
+            self.nextIdle = std::exchange(idle_, &self);
+        }
     }
+    if (watch) return keepWatch(self);
     self.bed.wait();
     return self.handed;
+}
+
+/// Until there is a job: one that the watcher posted itself, or another's.
+Job* WorkerPool::keepWatch(Worker& self) noexcept {
+    lookout_->take();
+    for (;;) {
+        lookout_->wait();
+        const std::lock_guard lock(mutex_);
+        if (!handToWatch() && self.handed == nullptr) continue;
+        lookout_->leave();
+        onWatch_ = nullptr;
+        return self.handed;
+    }
 }
 
 }  // namespace runtime

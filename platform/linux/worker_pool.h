@@ -4,6 +4,9 @@
 // each on a bed of its own: a job that is posted while somebody is idle is handed to the one who was busy last, whose
 // stack and caches are the warmest, and exactly that thread is woken.
 //
+// One idle worker is on watch instead, at the workers' lookout, and does itself what a message or a timer that comes in
+// asks for: the first job that it posts meanwhile is its own. Other jobs go to those on the stack first.
+//
 // Many jobs that are posted at once are left to two workers at first: short ones would be done before eight of them had
 // woken up, and all eight want the same locks. Then idle workers and a list that is not empty do go together, and the
 // io thread looks every millisecond whether the list gets shorter as fast as it does with short jobs. If not, the jobs
@@ -12,6 +15,7 @@
 
 #include <mutex>
 
+#include "platform/linux/lookout.h"
 #include "platform/linux/runtime.h"
 #include "platform/linux/thread.h"
 
@@ -26,6 +30,7 @@ class WorkerPool final : public dispatch_queue_s {
     /// Any thread. When no thread is to be had, the job waits for one of the others; the start is tried again soon.
     void post(Job* job) noexcept override;
     void postAll(JobList& jobs) noexcept override;
+    void postLast(Job* job) noexcept override;
 
     /// Threads that have been started so far.
     [[nodiscard]] unsigned threadCount();
@@ -41,11 +46,14 @@ class WorkerPool final : public dispatch_queue_s {
     struct Help {
         Worker* woken = nullptr;  // linked by nextIdle; each has been handed its job
         unsigned missing = 0;     // threads to start
+        bool ring = false;        // the one on watch has been handed a job
     };
 
     WorkerPool();
     [[noreturn]] static void work();
     Job* takeOrSleep(Worker& self) noexcept;
+    Job* keepWatch(Worker& self) noexcept;
+    [[nodiscard]] bool handToWatch() noexcept;
     [[nodiscard]] Job* takeLocked() noexcept;
     [[nodiscard]] bool needsThread() const { return waiting_ > starting_ && threads_ < kMostThreads; }
     /// Jobs wait although there could be a worker for them.
@@ -65,7 +73,9 @@ class WorkerPool final : public dispatch_queue_s {
     unsigned threads_ = 0;
     unsigned taken_ = 0;  // jobs taken from the list since the last look
     Worker* idle_ = nullptr;
-    unsigned resting_ = 0;  // workers on that stack
+    unsigned resting_ = 0;       // workers on that stack, and the one on watch until it is handed a job
+    Worker* onWatch_ = nullptr;  // at the lookout, asleep or glancing
+    Lookout* const lookout_;
     bool looking_ = false;
     bool retrying_ = false;
     Job askForDelay_{askForDelay};

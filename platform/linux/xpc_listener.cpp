@@ -1,18 +1,14 @@
 #include "platform/linux/xpc_listener.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/epoll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <memory>
 
 #include "platform/linux/clock.h"
+#include "platform/linux/descriptors.h"
 #include "platform/linux/xpc_stream.h"
 
 namespace transport {
@@ -21,7 +17,6 @@ namespace {
 
 constexpr int acceptsPerTurn = 16;
 constexpr uint64_t roomRetryNanoseconds = 100'000'000;
-constexpr int numbersPerLook = 64;
 
 /// The peer has closed its end and left nothing to read.
 bool isGone(int socket) {
@@ -30,26 +25,6 @@ bool isGone(int socket) {
 }
 
 }  // namespace
-
-// poll tells of each number whether it is open. The system gives out the lowest free number first, so the look starts
-// there, and usually the first window suffices.
-bool hasFreeDescriptors(int wanted) {
-    const UniqueFd probe(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
-    const UniqueFd other(probe ? -1 : open("/", O_PATH | O_CLOEXEC));  // standard input may be closed
-    const int lowest = std::max(probe.get(), other.get());
-    rlimit limit{};
-    if (lowest < 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-    const auto end = static_cast<int>(std::min<rlim_t>(limit.rlim_cur, INT32_MAX));
-    int found = 1;
-    for (int from = lowest + 1; found < wanted && from < end; from += numbersPerLook) {
-        std::array<pollfd, numbersPerLook> look{};
-        const int count = std::min(numbersPerLook, end - from);
-        for (int i = 0; i < count; ++i) look[static_cast<size_t>(i)].fd = from + i;
-        if (poll(look.data(), static_cast<nfds_t>(count), 0) < 0) return false;
-        for (int i = 0; i < count; ++i) found += (look[static_cast<size_t>(i)].revents & POLLNVAL) != 0 ? 1 : 0;
-    }
-    return found >= wanted;
-}
 
 Listener::Listener(dispatch_queue_t queue) : Endpoint(queue), retryJob_(this, runRetry) {}
 
@@ -108,9 +83,9 @@ void Listener::ready(uint32_t /*events*/) noexcept {
 }
 
 Listener::Accepted Listener::acceptOne() noexcept {
-    if (!hasFreeDescriptors(spareDescriptors + 1)) {
+    if (!runtime::hasFreeDescriptors(spareDescriptors + 1)) {
         waitingForRoom_ = true;  // whoever closes one from here on says so; what was closed just before is seen now
-        if (!hasFreeDescriptors(spareDescriptors + 1)) return Accepted::NoRoom;
+        if (!runtime::hasFreeDescriptors(spareDescriptors + 1)) return Accepted::NoRoom;
         waitingForRoom_ = false;
     }
     UniqueFd socket(accept4(offer_.socket(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));

@@ -58,7 +58,4 @@ class Listener final : public Endpoint, private runtime::IoWatcher {
     bool over_ = false;
 };
 
-/// True when `wanted` more descriptors can be opened in this process.
-bool hasFreeDescriptors(int wanted);
-
 }  // namespace transport

@@ -106,6 +106,7 @@ Stream* Stream::toService(const char* name, dispatch_queue_t queue) {
     auto stream = Ref<Stream>::adopt(new Stream(queue, false));
     stream->name_ = name;
     stream->runtimeDirectory_ = runtimeDirectoryFromEnvironment();
+    stream->lookout_ = runtime::Lookout::ofMainQueue();
     return stream.leak();
 }
 
@@ -113,6 +114,7 @@ Stream* Stream::toPeer(int socket, pid_t pid, uid_t uid, Listener* listener) noe
     auto* stream = new (std::nothrow) Stream(nullptr, true);
     if (stream == nullptr) return nullptr;
     stream->socket_.reset(socket);
+    stream->lookout_ = runtime::Lookout::ofWorkers();
     stream->link_ = socket < 0 ? Link::Down : Link::Up;
     stream->pid_ = pid;
     stream->uid_ = uid;
@@ -200,6 +202,11 @@ void Stream::sendBarrier(dispatch_block_t block) {
 // ---- The io thread
 
 void Stream::evaluate() noexcept {
+    const runtime::Lookout::Pause pause(lookout_);
+    bringInLine();
+}
+
+void Stream::bringInLine() noexcept {
     if (!isActivated() || link_ == Link::Over) return;
     if (mustEnd()) return end(End::Invalid);
     if (link_ == Link::Down && !establish()) return;
@@ -251,6 +258,7 @@ void Stream::runRetry(runtime::Job* job) {
 
 void Stream::ready(uint32_t events) noexcept {
     const auto self = Ref<Stream>::share(this);  // the last event may be handled before this returns
+    const runtime::Lookout::Pause pause(lookout_);
     const bool ended = (events & (EPOLLHUP | EPOLLERR)) != 0;
     if ((interest_ & EPOLLIN) != 0 && ((events & EPOLLIN) != 0 || ended)) {
         if (!readOnce()) return;
@@ -295,21 +303,27 @@ bool Stream::updateInterest() noexcept {
         const std::lock_guard lock(mutex_);
         if (!out_.empty() && !isSuspended()) wanted |= EPOLLOUT;
     }
+    if (watchFor(wanted)) return true;
+    end(End::Invalid);
+    return false;
+}
+
+/// Where reading now and then is all there is to do, the lookout has the socket; otherwise the io loop.
+bool Stream::watchFor(uint32_t wanted) noexcept {
     runtime::IoLoop& loop = runtime::IoLoop::shared();
-    const uint32_t before = std::exchange(interest_, wanted);
-    if (wanted == 0) return unwatch(), true;
-    bool done = true;
-    if (!watched_) {
-        done = loop.watch(socket_.get(), wanted, this);
-        watched_ = done;
-    } else if (before != wanted) {
-        done = loop.change(socket_.get(), wanted, this);
-    }
-    if (!done) end(End::Invalid);
-    return done;
+    const bool fromLookout = lookout_ != nullptr && wanted == EPOLLIN && !streaming_;
+    if (wanted == interest_ && fromLookout == post_.taken()) return true;
+    if (wanted == 0 || fromLookout || post_.taken()) unwatch();
+    interest_ = wanted;
+    if (wanted == 0) return true;
+    if (fromLookout && lookout_->watch(socket_.get(), runtime::Lookout::Sharing::none, this, &post_)) return true;
+    if (watched_) return loop.change(socket_.get(), wanted, this);
+    watched_ = loop.watch(socket_.get(), wanted, this);
+    return watched_;
 }
 
 void Stream::unwatch() noexcept {
+    if (lookout_ != nullptr) lookout_->forget(&post_);
     if (std::exchange(watched_, false)) runtime::IoLoop::shared().forget(socket_.get(), this);
     interest_ = 0;
 }

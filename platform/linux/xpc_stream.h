@@ -6,8 +6,11 @@
 // of requests loses nothing. Where memory or descriptors are out, or the dictionary fits no frame, the connection ends
 // as if it were cancelled: its holder learns of it, which a message left out silently would not tell.
 //
-// Receiving: the io thread reads into one buffer that all connections share, cuts frames out of it and posts each, one
-// allocation, to the connection's queue. Only a rest that is no whole frame yet is kept with the connection.
+// Receiving: a thread that waits at the connection's lookout, or else the io thread, reads into a buffer of its own,
+// cuts frames out of it and posts each, one allocation, to the connection's queue. Only a rest that is no whole frame
+// yet is kept with the connection. The lookout (the workers' for an accepted peer, the main queue's for a client) takes
+// part while there is nothing to do but to read now and then: a glance that meets anything else steps aside and leaves
+// it to the io thread.
 //
 // Ending: the end of the other side shows as the end of its data, so every whole frame was posted before; the event of
 // the end goes into the same queue behind them.
@@ -17,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/lookout.h"
 #include "platform/linux/service_name.h"
 #include "platform/linux/xpc_endpoint.h"
 
@@ -62,7 +66,7 @@ class PendingReplies {
     PendingReply* tail_ = nullptr;
 };
 
-class Stream final : public Endpoint, private runtime::IoWatcher {
+class Stream final : public Endpoint, private runtime::IoWatcher, private runtime::Lookout::Watcher {
   public:
     static constexpr size_t maxUnsentBytes = size_t{8} << 20;
     static constexpr size_t maxUnsentMessages = 1024;
@@ -101,21 +105,29 @@ class Stream final : public Endpoint, private runtime::IoWatcher {
     void loseReader() noexcept;
     void condemn() noexcept;
 
-    // The io thread.
+    // The io thread, in a pause of the lookout.
     void evaluate() noexcept override;
     void ready(uint32_t events) noexcept override;
+    void bringInLine() noexcept;
     [[nodiscard]] bool mustEnd();
     [[nodiscard]] bool establish() noexcept;
     [[nodiscard]] bool wantsConnection();
     void retryLater() noexcept;
     bool flush() noexcept;
     bool updateInterest() noexcept;
+    [[nodiscard]] bool watchFor(uint32_t wanted) noexcept;
     void unwatch() noexcept;
     void end(End reason) noexcept;
     void dropInput() noexcept;
 
-    // The io thread, receiving (xpc_stream_receive.cpp).
+    // Receiving (xpc_stream_receive.cpp): the lookout's thread in a glance, or the io thread in a pause; the functions
+    // that can end the link are the latter's alone.
+    void glance() noexcept override;
+    enum class Input { Used, MoreToDo, Broken };
+    Input takeInput(unsigned char* buffer) noexcept;
     bool readOnce() noexcept;
+    void forgetUsed() noexcept;
+    void noteFlow(int frames) noexcept;
     bool takeDescriptors(const struct msghdr& message) noexcept;
     bool consume(const unsigned char* bytes, size_t count) noexcept;
     bool consumeKept() noexcept;
@@ -140,7 +152,8 @@ class Stream final : public Endpoint, private runtime::IoWatcher {
     std::atomic<pid_t> pid_{0};
     std::atomic<uid_t> uid_{0};
 
-    // Guarded by the mutex; `socket_` and `link_` are changed by the io thread only, which reads them without it.
+    // Guarded by the mutex. `socket_`, `link_` and `session_` are changed by the io thread only, in a pause of the
+    // lookout; so it reads them without the mutex, and so does a glance.
     Link link_ = Link::Down;
     UniqueFd socket_;
     uint32_t session_ = 0;     // 0 until a client first connects; rises with each beginning and end of a link
@@ -150,7 +163,11 @@ class Stream final : public Endpoint, private runtime::IoWatcher {
     PendingReplies pending_;
     uint64_t lastId_ = 0;
 
-    // The io thread's.
+    // The io thread's, in a pause of the lookout, or a glance's.
+    runtime::Lookout* lookout_ = nullptr;  // null: the io thread does everything
+    runtime::Lookout::Post post_;
+    bool streaming_ = false;  // many messages come at once
+    int quietReads_ = 0;      // since then
     bool watched_ = false;
     uint32_t interest_ = 0;
     bool retrying_ = false;

@@ -1,7 +1,7 @@
-// The receiving half of a stream: from the socket to the connection's queue, on the io thread.
+// The receiving half of a stream: from the socket to the connection's queue.
 //
-// Each function that can meet the end of the connection returns false when it did, and then nothing of the link is
-// left.
+// Each function of the io thread's that can meet the end of the connection returns false when it did, and then nothing
+// of the link is left.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,35 +18,62 @@ namespace {
 
 constexpr size_t readBytes = 64 * 1024;
 
-/// One for all connections: what is read is used up, or kept with its connection, before the next read. It needs
-/// neither memory at the first read nor a destructor, which the io thread would outlive.
-alignas(64) unsigned char readBuffer[readBytes];
+/// What counts as many messages at once, and how many reads without go by until that is over.
+constexpr int manyFrames = 4;
+constexpr int quietReads = 16;
+
+/// One for each thread that may be reading, not for each connection: what is read is used up, or kept with its
+/// connection, before the next read. They need neither memory at the first read nor a destructor, which those threads
+/// would outlive.
+using ReadBuffer = unsigned char[readBytes];
+alignas(64) ReadBuffer ioBuffer;
+alignas(64) ReadBuffer workersBuffer;
+alignas(64) ReadBuffer mainQueueBuffer;
 
 }  // namespace
 
+/// One read on the lookout's thread. Where it might leave the socket readable, or the next step is not to read on, the
+/// io thread goes on from here.
+void Stream::glance() noexcept {
+    const Input input = takeInput(accepted_ ? workersBuffer : mainQueueBuffer);
+    if (input == Input::Used && !framesLeft_ && !streaming_ && !isOverfull()) return forgetUsed();
+    unwatch();
+    if (input != Input::Broken) return poke();
+    const std::lock_guard lock(mutex_);
+    condemn();
+}
+
 /// One read. A socket that has more shows up again in the next turn, after the others.
 bool Stream::readOnce() noexcept {
+    if (takeInput(ioBuffer) != Input::Broken) return finishReading();
+    end(End::Invalid);
+    return false;
+}
+
+/// Reads once and uses up what comes. Broken when the link cannot go on after it; MoreToDo at the end of the data, and
+/// when there may be more to read: the buffer was full, or descriptors came, at which a read ends.
+Stream::Input Stream::takeInput(unsigned char* buffer) noexcept {
     alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(int) * wire::maxDescriptors)];
-    iovec into{readBuffer, readBytes};
+    iovec into{buffer, readBytes};
     msghdr message{};
     message.msg_iov = &into;
     message.msg_iovlen = 1;
     message.msg_control = control;
     message.msg_controllen = sizeof control;
-    const ssize_t count = recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+    ssize_t count = 0;
+    do {
+        count = recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0 && errno == EAGAIN) return Input::Used;
     if (count <= 0) {
         // A reset is how a peer that left unread data behind ends; what it sent was read before.
         endOfData_ = true;
-        return finishReading();
+        return Input::MoreToDo;
     }
     const bool whole = takeDescriptors(message);
     if (!whole) closeDescriptors();  // frames that want none are still good, the first that wants one is not
-    if (!consume(readBuffer, static_cast<size_t>(count)) || !whole) {
-        end(End::Invalid);
-        return false;
-    }
-    return finishReading();
+    if (!consume(buffer, static_cast<size_t>(count)) || !whole) return Input::Broken;
+    return count == readBytes || message.msg_controllen > 0 ? Input::MoreToDo : Input::Used;
 }
 
 /// Takes every descriptor that came, so that each has an owner, before it judges them. False when some were lost for
@@ -82,9 +109,9 @@ bool Stream::consume(const unsigned char* bytes, size_t count) noexcept {
     return true;
 }
 
-/// Goes on with frames that an earlier turn left, as far as the handler's backlog allows.
+/// Goes on with what an earlier turn, or a glance, left: frames, as far as the handler's backlog allows, or the end.
 bool Stream::consumeKept() noexcept {
-    if (!framesLeft_) return true;
+    if (!framesLeft_) return finishReading();
     size_t used = 0;
     if (!cutFrames(kept_.data() + keptUsed_, kept_.size() - keptUsed_, &used)) {
         end(End::Invalid);
@@ -109,7 +136,8 @@ bool Stream::keep(const unsigned char* bytes, size_t count) noexcept {
 bool Stream::cutFrames(const unsigned char* bytes, size_t count, size_t* used) noexcept {
     size_t at = 0;
     framesLeft_ = false;
-    for (int frames = 0;; ++frames) {
+    int frames = 0;
+    for (;; ++frames) {
         size_t length = 0;
         const wire::Verdict verdict = wire::measure(bytes + at, count - at, &length);
         if (verdict == wire::Verdict::Malformed) return false;
@@ -120,8 +148,20 @@ bool Stream::cutFrames(const unsigned char* bytes, size_t count, size_t* used) n
         at += length;
     }
     *used = at;
+    noteFlow(frames);
     // Descriptors come with the first byte of their frame: none may be left when no frame has begun.
     return framesLeft_ || descriptorCount_ <= (at == count ? 0 : wire::maxDescriptors);
+}
+
+/// Requests that wait for their answers come one by one. Where they do not, reading is better done beside the handling,
+/// by the io thread.
+void Stream::noteFlow(int frames) noexcept {
+    if (frames >= manyFrames) {
+        streaming_ = true;
+        quietReads_ = 0;
+    } else if (streaming_ && ++quietReads_ == quietReads) {
+        streaming_ = false;
+    }
 }
 
 bool Stream::takeFrame(const unsigned char* frame, size_t length) noexcept {
@@ -161,14 +201,17 @@ void Stream::deliver(Dictionary* message) noexcept {
 
 /// After each look at the data: forgets what is used up, and ends the link when there is nothing more to come.
 bool Stream::finishReading() noexcept {
-    if (keptUsed_ > 0) {
-        if (!framesLeft_) kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(keptUsed_));
-        if (!framesLeft_) keptUsed_ = 0;
-        if (kept_.empty()) std::vector<unsigned char>().swap(kept_);
-    }
+    forgetUsed();
     if (framesLeft_ || !endOfData_) return true;
     end(End::PeerGone);
     return false;
+}
+
+void Stream::forgetUsed() noexcept {
+    if (keptUsed_ == 0) return;
+    if (!framesLeft_) kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(keptUsed_));
+    if (!framesLeft_) keptUsed_ = 0;
+    if (kept_.empty()) std::vector<unsigned char>().swap(kept_);
 }
 
 bool Stream::isOverfull() const {

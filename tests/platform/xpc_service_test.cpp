@@ -2,8 +2,8 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 
+#include "platform/linux/descriptors.h"
 #include "platform/linux/service_name.h"
-#include "platform/linux/xpc_listener.h"
 #include "tests/platform/xpc_support.h"
 
 namespace {
@@ -124,10 +124,10 @@ TEST(FreeDescriptors, AreCountedExactly) {
     std::vector<UniqueFd> all;
     while (all.empty() || all.back()) all.emplace_back(dup(STDERR_FILENO));
     all.pop_back();
-    EXPECT_FALSE(transport::hasFreeDescriptors(1));
+    EXPECT_FALSE(runtime::hasFreeDescriptors(1));
     for (const size_t freed : {size_t{3}, all.size() / 2, all.size() - 1}) all[freed].reset();
-    EXPECT_TRUE(transport::hasFreeDescriptors(3));
-    EXPECT_FALSE(transport::hasFreeDescriptors(4));
+    EXPECT_TRUE(runtime::hasFreeDescriptors(3));
+    EXPECT_FALSE(runtime::hasFreeDescriptors(4));
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 

@@ -333,6 +333,7 @@ void Races(long goal) {
     platform_testing::ManualClock clock;
     NSUserDefaults::standardUserDefaults().setObject(NSString("opens the store"), "key");
     Need(NSUserDefaults::standardUserDefaults().synchronize(), "no store");
+    xpc_release(xpc_connection_create("test.nobody", nullptr));  // makes the main queue's lookout
     const size_t before = openDescriptors();
     Need(LXPCMachServer(nullptr).Listen("test.listener"), "no listener");
     const size_t listener = openDescriptors() - before;  // it stays as long as the process
