@@ -12,7 +12,6 @@
 
 #include "platform/linux/census.h"
 #include "platform/linux/descriptors.h"
-#include "platform/linux/io_thread.h"
 #include "platform/linux/thread.h"
 
 namespace runtime {
@@ -24,7 +23,7 @@ constexpr int eventsAtOnce = 16;
 constexpr uint64_t bellEvent = ~uint64_t{0};
 constexpr itimerspec alarmAfter = {{0, 0}, {0, 1'000'000}};
 
-Lookout* workersLookout = nullptr;
+std::atomic<Lookout*> workersLookout{nullptr};
 std::atomic<Lookout*> mainLookout{nullptr};
 
 bool add(int epoll, int fd, uint32_t events, uint64_t data) {
@@ -38,38 +37,30 @@ bool add(int epoll, int fd, uint32_t events, uint64_t data) {
 
 // ---- Making
 
-void createWorkersLookout() {
-    workersLookout = Lookout::make(createdIoLoop());
-}
-
-Lookout* createdWorkersLookout() noexcept {
-    return workersLookout;
+Lookout* Lookout::make(std::atomic<Lookout*>& made) noexcept {
+    if (!hasFreeDescriptors(descriptorsToSpare)) return nullptr;
+    auto* lookout = new (std::nothrow) Lookout(IoLoop::shared());
+    if (lookout == nullptr) return nullptr;
+    if (!lookout->open()) {
+        delete lookout;
+        return nullptr;
+    }
+    made.store(lookout, std::memory_order_release);
+    return lookout;
 }
 
 Lookout* Lookout::ofWorkers() noexcept {
-    start();
-    return workersLookout;
+    static Lookout* const lookout = make(workersLookout);
+    return lookout;
 }
 
 Lookout* Lookout::ofMainQueue() noexcept {
-    static Lookout* const lookout = [] {
-        Lookout* made = make(IoLoop::shared());
-        mainLookout.store(made, std::memory_order_release);
-        return made;
-    }();
+    static Lookout* const lookout = make(mainLookout);
     return lookout;
 }
 
 Lookout* Lookout::ofMainQueueIfMade() noexcept {
     return mainLookout.load(std::memory_order_acquire);
-}
-
-Lookout* Lookout::make(IoLoop& loop) noexcept {
-    if (!hasFreeDescriptors(descriptorsToSpare)) return nullptr;
-    auto* lookout = new (std::nothrow) Lookout(loop);
-    if (lookout == nullptr || lookout->open()) return lookout;
-    delete lookout;
-    return nullptr;
 }
 
 /// Bell and alarm are never read: with EPOLLET each ring is an event of its own. The io thread serves the lookout until
@@ -88,7 +79,7 @@ bool Lookout::open() noexcept {
 
 // ---- What is watched
 
-bool Lookout::watch(int fd, Sharing sharing, Watcher* watcher, Post* post) noexcept {
+bool Lookout::watch(int fd, Watcher* watcher, Post* post) noexcept {
     if (firstFree_ == none) {
         try {
             places_.emplace_back();
@@ -99,11 +90,10 @@ bool Lookout::watch(int fd, Sharing sharing, Watcher* watcher, Post* post) noexc
     }
     const uint32_t index = firstFree_;
     Place& place = places_[index];
-    const uint32_t exclusive = sharing == Sharing::shared ? EPOLLEXCLUSIVE : 0U;
-    if (!add(epoll_.get(), fd, EPOLLIN | exclusive, uint64_t{++place.user} << 32 | index)) return false;
+    if (!add(epoll_.get(), fd, EPOLLIN, uint64_t{++place.user} << 32 | index)) return false;
     firstFree_ = std::exchange(place.nextFree, none);
     place.watcher = watcher;
-    if (sharing == Sharing::none) makeUseful();
+    useful_.store(true, std::memory_order_relaxed);
     *post = {fd, index};
     return true;
 }
@@ -179,7 +169,7 @@ void Lookout::relieve() noexcept {
 }
 
 void expectToBlock() noexcept {
-    if (workersLookout != nullptr) workersLookout->relieve();
+    if (Lookout* lookout = workersLookout.load(std::memory_order_acquire)) lookout->relieve();
 }
 
 }  // namespace runtime

@@ -59,25 +59,22 @@ class Lookout {
         std::mutex* const mutex_;
     };
 
-    /// The one of the workers, made when the runtime starts, and the one of the main queue, made when it is first asked
-    /// for. Never destroyed. Null when memory is out, or where the process may open so few descriptors (64 or less)
-    /// that it needs them all for its peers: then the io thread serves everything.
+    /// The one of the workers and the one of the main queue, each made when it is first asked for and never destroyed.
+    /// Null when memory is out, or where the process may open so few descriptors (64 or less) that it needs them all
+    /// for its peers: then the io thread serves everything.
     static Lookout* ofWorkers() noexcept;
     static Lookout* ofMainQueue() noexcept;
     /// The main queue's, if it has been asked for.
     static Lookout* ofMainQueueIfMade() noexcept;
 
-    /// Watches `fd` for input; false when the system refuses. With `shared` the io loop watches it too, from then on
-    /// and with EPOLLEXCLUSIVE: while nobody waits here it learns at once, for what cannot wait. In a pause.
-    enum class Sharing { none, shared };
-    bool watch(int fd, Sharing sharing, Watcher* watcher, Post* post) noexcept;
+    /// Watches `fd` for input; false when the system refuses. In a pause.
+    bool watch(int fd, Watcher* watcher, Post* post) noexcept;
 
     /// After it the watcher is not called again. In a pause, or in the watcher's own glance. No matter if not taken.
     void forget(Post* post) noexcept;
 
-    /// Whether anything worth waiting for was ever watched here: a bed is cheaper to be woken from.
+    /// Whether anything was ever watched here: if not, a bed is cheaper to be woken from.
     [[nodiscard]] bool isUseful() const { return useful_.load(std::memory_order_relaxed); }
-    void makeUseful() noexcept { useful_.store(true, std::memory_order_relaxed); }
 
     // By one thread at a time.
 
@@ -99,8 +96,6 @@ class Lookout {
     Lookout& operator=(const Lookout&) = delete;
 
   private:
-    friend void createWorkersLookout();
-
     struct Place {
         Watcher* watcher = nullptr;  // null: free
         uint32_t user = 0;           // rises with each use, so that an event of the last one is known
@@ -120,7 +115,7 @@ class Lookout {
     };
 
     explicit Lookout(IoLoop& loop) : loop_(loop), relief_(this), alarm_(this) {}
-    static Lookout* make(IoLoop& loop) noexcept;
+    static Lookout* make(std::atomic<Lookout*>& made) noexcept;
     [[nodiscard]] bool open() noexcept;
     void serve(int timeout) noexcept;
     void setAlarm() noexcept;
@@ -146,10 +141,5 @@ class Lookout {
     Relief relief_;
     Alarm alarm_;
 };
-
-/// Makes the workers' lookout, if it can be had, once there is an io loop. By start() only; `createdWorkersLookout` is
-/// for those whom start() makes.
-void createWorkersLookout();
-Lookout* createdWorkersLookout() noexcept;
 
 }  // namespace runtime

@@ -3,7 +3,6 @@
 
 #include "platform/linux/ending.h"
 #include "platform/linux/io_thread.h"
-#include "platform/linux/lookout.h"
 #include "platform/linux/thread.h"
 #include "platform/linux/timer_service.h"
 
@@ -32,7 +31,6 @@ void start() {
     static const bool started = [] {
         keepSignalMask();
         createIoLoop();
-        createWorkersLookout();
         createTimers();
         startEnding();
         startIoThread();

@@ -4,7 +4,7 @@
 // The io thread serves one epoll: sockets, one timerfd for every timer source, child pidfds and the exit eventfd. It
 // runs nothing but watchers and io jobs of this folder, never project code, and takes no lock of the project's, so
 // nothing can block it and it can watch over the ending. All else runs as jobs on queues. Threads of queues that have
-// nothing to do take sockets and timers off it (lookout.h).
+// nothing to do take sockets off it (lookout.h).
 //
 // Posting a job allocates nothing: a job is a part of what it works for (a timer source, a message, a connection) and
 // is linked into the queue by a field of its own. A job may be posted again as soon as its `run` has been entered.

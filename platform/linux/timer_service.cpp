@@ -33,17 +33,8 @@ uint64_t passOver(dispatch_source_s& source, uint64_t now) {
 
 }  // namespace
 
-TimerService::TimerService()
-    : lookout_(createdWorkersLookout()), timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
-    if (timer_ < 0 || !watch()) abort();
-}
-
-/// An idle worker fires what is due itself; while all are busy, the io thread hands it over.
-bool TimerService::watch() noexcept {
-    const Lookout::Pause pause(lookout_);
-    const bool shared = lookout_ != nullptr && lookout_->watch(timer_, Lookout::Sharing::shared, this, &post_);
-    const uint32_t exclusive = shared ? EPOLLEXCLUSIVE : 0U;
-    return createdIoLoop().watch(timer_, EPOLLIN | exclusive, this);
+TimerService::TimerService() : timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
+    if (timer_ < 0 || !createdIoLoop().watch(timer_, EPOLLIN, this)) abort();
 }
 
 void createTimers() {
@@ -117,7 +108,6 @@ void TimerService::armLocked(dispatch_source_s* source) noexcept {
 void TimerService::programLocked(uint64_t deadline) noexcept {
     if (clockIsManual()) return;
     programmed_ = deadline;
-    if (lookout_ != nullptr) lookout_->makeUseful();
     itimerspec setting{};  // all zero silences it; no deadline is 0
     if (deadline != kNever) {
         setting.it_value.tv_sec = static_cast<time_t>(deadline / 1'000'000'000);
@@ -127,11 +117,6 @@ void TimerService::programLocked(uint64_t deadline) noexcept {
 }
 
 void TimerService::ready(uint32_t) noexcept {
-    const Lookout::Pause pause(lookout_);
-    serve();
-}
-
-void TimerService::serve() noexcept {
     if (!clockIsManual()) {
         fireDue();  // sets it anew, which makes it quiet
         return;

@@ -14,17 +14,15 @@
 #include <cstdint>
 #include <mutex>
 
-#include "platform/linux/lookout.h"
 #include "platform/linux/runtime.h"
 #include "platform/linux/timer_set.h"
 
 namespace runtime {
 
-/// Makes the service and its descriptor and has the workers' lookout and the io loop watch it. Before the io thread
-/// runs, by start() only.
+/// Makes the service and its descriptor and has the io loop watch it. Before the io thread runs, by start() only.
 void createTimers();
 
-class TimerService final : public IoWatcher, private Lookout::Watcher {
+class TimerService final : public IoWatcher {
   public:
     static TimerService& shared();
 
@@ -53,9 +51,6 @@ class TimerService final : public IoWatcher, private Lookout::Watcher {
     void ready(uint32_t events) noexcept override;
 
   private:
-    void glance() noexcept override { serve(); }
-    void serve() noexcept;
-    [[nodiscard]] bool watch() noexcept;
     friend void createTimers();
     TimerService();
 
@@ -76,9 +71,7 @@ class TimerService final : public IoWatcher, private Lookout::Watcher {
     TimerSet armed_;
     uint64_t programmed_ = DISPATCH_TIME_FOREVER;  // what the timerfd is set to
     uint64_t nextOrder_ = 0;
-    Lookout* const lookout_;
     const int timer_;
-    Lookout::Post post_;
     std::atomic<size_t> admitted_{0};   // ever; both may pass the end of their range together
     std::atomic<size_t> dismissed_{0};  // ever; changed under the lock
     std::atomic<size_t> room_{0};       // sources that the set has room for

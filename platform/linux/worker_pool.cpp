@@ -24,7 +24,9 @@ thread_local const void* thisWorker = nullptr;
 
 }  // namespace
 
-WorkerPool::WorkerPool() : lookout_((start(), Lookout::ofWorkers())) {}
+WorkerPool::WorkerPool() : lookout_(Lookout::ofWorkers()) {
+    start();
+}
 
 WorkerPool& WorkerPool::shared() {
     static WorkerPool* const pool = new WorkerPool;

@@ -4,7 +4,7 @@
 // each on a bed of its own: a job that is posted while somebody is idle is handed to the one who was busy last, whose
 // stack and caches are the warmest, and exactly that thread is woken.
 //
-// One idle worker is on watch instead, at the workers' lookout, and does itself what a message or a timer that comes in
+// One idle worker is on watch instead, at the workers' lookout, and does itself what a message that comes in
 // asks for: the first job that it posts meanwhile is its own. Other jobs go to those on the stack first.
 //
 // Many jobs that are posted at once are left to two workers at first: short ones would be done before eight of them had

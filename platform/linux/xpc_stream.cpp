@@ -316,7 +316,7 @@ bool Stream::watchFor(uint32_t wanted) noexcept {
     if (wanted == 0 || fromLookout || post_.taken()) unwatch();
     interest_ = wanted;
     if (wanted == 0) return true;
-    if (fromLookout && lookout_->watch(socket_.get(), runtime::Lookout::Sharing::none, this, &post_)) return true;
+    if (fromLookout && lookout_->watch(socket_.get(), this, &post_)) return true;
     if (watched_) return loop.change(socket_.get(), wanted, this);
     watched_ = loop.watch(socket_.get(), wanted, this);
     return watched_;
