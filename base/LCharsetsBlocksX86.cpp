@@ -305,19 +305,24 @@ LCHARSETS_VECTOR __attribute__((noinline)) Place<uint8_t, TOut> decodeAny(Place<
     return place;
 }
 
-/// Names and paths are short and mostly ASCII: those of 16 to 64 bytes go without the rest's preparations. Their last
-/// vector ends where the text does, and what it shares with the one before comes to the same place twice.
+/// Names and paths are short and mostly ASCII: those of 16 to 64 bytes go without the rest's preparations. Two vectors
+/// begin with the text and two end with it; what they share comes to the same place more than once.
 template <typename TOut>
 LCHARSETS_VECTOR Place<uint8_t, TOut> decodeVectors(Place<uint8_t, TOut> place, const uint8_t* end) {
     const size_t count = static_cast<size_t>(end - place.in);
     if (count < vectorBytes || count > blockBytes) return decodeAny(place, end);
+    const size_t second = count > 2 * vectorBytes ? vectorBytes : 0;
     const size_t last = count - vectorBytes;
-    for (size_t at = 0;; at = at + vectorBytes < last ? at + vectorBytes : last) {
-        const __m128i bytes = load(place.in + at);
-        if (topBits(bytes) != 0) return decodeAny(place, end);
-        put16(place.out + at, bytes);
-        if (at == last) return {end, place.out + count};
-    }
+    const __m128i a = load(place.in);
+    const __m128i b = load(place.in + second);
+    const __m128i c = load(place.in + last - second);
+    const __m128i d = load(place.in + last);
+    if (topBits(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0) return decodeAny(place, end);
+    put16(place.out, a);
+    put16(place.out + second, b);
+    put16(place.out + last - second, c);
+    put16(place.out + last, d);
+    return {end, place.out + count};
 }
 
 // ---- Encoding

@@ -58,20 +58,28 @@ Place<uint8_t, TOut> decodeRest(Place<uint8_t, TOut> place, const uint8_t* end) 
     }
 }
 
+/// Goes on at `place` to `end`, behind which the limit leaves `more` bytes.
 template <typename TOut>
-unsigned long decode(TOut* out, const char* in, unsigned long limit) {
-    if (limit == 0) return kLCharsetsCut;
-    const size_t length = strnlen(in, limit);
-    const size_t room = limit - 1;
+__attribute__((noinline)) unsigned long decodeOn(const uint8_t* end, size_t more, Place<uint8_t, TOut> place) {
+    const auto [stop, out] = decodeRest(place, end);
+    *out = 0;
+    if (*stop == 0) return kLCharsetsWhole;
+    return sequenceLength(*stop) > static_cast<size_t>(end - stop) + more ? kLCharsetsCut : kLCharsetsIllFormed;
+}
+
+/// Most texts are short, fit, and are taken in blocks: whatever they do not need is kept apart.
+template <typename TOut>
+inline unsigned long decode(TOut* out, const char* in, unsigned long limit) {
     const uint8_t* const text = reinterpret_cast<const uint8_t*>(in);
-    const uint8_t* const end = text + (length < room ? length : room);
-    Place<uint8_t, TOut> place = decodeBlocks(Place<uint8_t, TOut>{text, out}, end);
-    if (place.in != end) place = decodeRest(place, end);
-    const auto [stop, outEnd] = place;
-    *outEnd = 0;
-    const size_t taken = static_cast<size_t>(stop - text);
-    if (taken == length) return kLCharsetsWhole;
-    return sequenceLength(*stop) > room - taken ? kLCharsetsCut : kLCharsetsIllFormed;
+    const uint8_t* end = static_cast<const uint8_t*>(std::memchr(in, 0, limit));
+    if (end == nullptr) {
+        if (limit == 0) return kLCharsetsCut;
+        end = text + (limit - 1);
+    }
+    const Place<uint8_t, TOut> place = decodeBlocks(Place<uint8_t, TOut>{text, out}, end);
+    if (place.in != end || *end != 0) return decodeOn(end, limit - 1 - static_cast<size_t>(end - text), place);
+    *place.out = 0;
+    return kLCharsetsWhole;
 }
 
 }  // namespace
