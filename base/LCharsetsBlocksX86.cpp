@@ -1,4 +1,5 @@
-// SSE 4.1, which processors have had since 2008, asked for at run time; without it nothing is taken in blocks.
+// SSE 4.1, which processors have had since 2008; without it nothing is taken in blocks, and where there is AVX-512 its
+// decoder goes first. Which of them it is shows at run time.
 //
 // Decoding follows "Validating UTF-8 In Less Than One Instruction Per Byte" (Keiser, Lemire, 2020) for the checks and
 // "Transcoding Unicode Characters with AVX2" (Lemire, Muła, 2022) for the spreading of sequences over lanes. Every
@@ -7,6 +8,8 @@
 #include <immintrin.h>
 
 #include "base/LCharsetsBlocks.h"
+#include "base/LCharsetsBlocksAvx512.h"
+#include "base/LCharsetsProcessor.h"
 #include "base/LCharsetsWindow.h"
 
 #define LCHARSETS_VECTOR __attribute__((target("sse4.1,popcnt")))
@@ -20,10 +23,6 @@ constexpr size_t blockBytes = blockVectors * vectorBytes;
 
 constexpr WindowTables tables = makeWindowTables();
 constexpr GatherTables gathers = makeGatherTables();
-
-bool hasVectors() {
-    return __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("popcnt");
-}
 
 LCHARSETS_VECTOR inline __m128i load(const void* from) {
     return _mm_loadu_si128(static_cast<const __m128i*>(from));
@@ -396,20 +395,24 @@ LCHARSETS_VECTOR Measure measureVectors(const uint8_t* text, size_t count, size_
 }  // namespace
 
 DecodePlace32 decodeBlocks(DecodePlace32 place, const uint8_t* end) {
-    return hasVectors() ? decodeVectors(place, end) : place;
+    if (hasAvx512) [[likely]]
+        return decodeAvx512(place, end);
+    return hasSse41 ? decodeVectors(place, end) : place;
 }
 DecodePlace16 decodeBlocks(DecodePlace16 place, const uint8_t* end) {
-    return hasVectors() ? decodeVectors(place, end) : place;
+    if (hasAvx512) [[likely]]
+        return decodeAvx512(place, end);
+    return hasSse41 ? decodeVectors(place, end) : place;
 }
 EncodePlace32 encodeBlocks(EncodePlace32 place, size_t count) {
-    return hasVectors() ? encodeVectors(place, count) : place;
+    return hasSse41 ? encodeVectors(place, count) : place;
 }
 EncodePlace16 encodeBlocks(EncodePlace16 place, size_t count) {
-    return hasVectors() ? encodeVectors(place, count) : place;
+    return hasSse41 ? encodeVectors(place, count) : place;
 }
 
 Measure measureBlocks(const uint8_t* text, size_t count, size_t most) {
-    return hasVectors() ? measureVectors(text, count, most) : Measure{0, 0};
+    return hasSse41 ? measureVectors(text, count, most) : Measure{0, 0};
 }
 
 }  // namespace LCharsetsDetail

@@ -25,7 +25,7 @@ check_cxx_source_compiles("
 #endif
 int main() { return 0; }" SCHEDULEHELPER_X86)
 if(SCHEDULEHELPER_X86)
-    target_sources(base PRIVATE LCharsetsBlocksX86.cpp)
+    target_sources(base PRIVATE LCharsetsBlocksX86.cpp LCharsetsBlocksAvx512.cpp LCharsetsProcessor.cpp)
 else()
     target_sources(base PRIVATE LCharsetsBlocksPlain.cpp)
 endif()
