@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <memory>
+#include <semaphore>
 #include <thread>
 
 #include "platform/linux/service_name.h"
@@ -524,6 +525,21 @@ TEST_F(Connections, PeerThatNobodyResumesIsClosed) {
     EXPECT_EQ(client.replies.wait(1), std::vector<std::string>{"interrupted"});
     xpc_connection_cancel(listener.connection());
     EXPECT_EQ(log.wait(2), (std::vector<std::string>{"peer", "invalid"}));
+}
+
+/// Whoever watched over the sockets may be held up in a handler: the others are served all the same.
+TEST_F(Connections, AHandlerThatBlocksHoldsUpNobodyElse) {
+    std::counting_semaphore<> released{0};
+    Service service([&](auto, xpc_object_t event) {
+        if (xpc_get_type(event) != XPC_TYPE_DICTIONARY) return;
+        xpc_dictionary_get_int64(event, "n") == 1 ? released.acquire() : released.release();
+    });
+    Client blocked, other;
+    for (size_t round = 1; round <= 20; ++round) {
+        blocked.send(1);
+        other.send(2);
+        service.log.wait(2 * round);
+    }
 }
 
 /// Everything at once from several threads: each barrier and each answer comes exactly once.
