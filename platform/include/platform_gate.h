@@ -15,6 +15,7 @@
 // process is ending (platform_exit) gives up every pass that it holds, so that nobody waits for it.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -46,10 +47,12 @@ class PlatformGate {
     };
 
   private:
+    static constexpr unsigned kClosed = 1, kOneInside = 2;
+
+    bool enter();
     void leave();
 
-    std::mutex mutex_;
+    std::atomic<unsigned> visits_{0};  // who is inside, in units of kOneInside; and kClosed, once and for all
+    std::mutex mutex_;                 // with kClosed set, over every step of the others out of the gate
     std::condition_variable empty_;
-    unsigned inside_ = 0;
-    bool closed_ = false;
 };
