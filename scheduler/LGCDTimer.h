@@ -51,18 +51,19 @@ struct LGCDTimerHashes {
 /// One schedule. Its start, flags and weekdays are not kept: they are spent in arming and live on in the store alone.
 struct LGCDTimer {
     LGCDTimer* next = nullptr;
-    char bundleId[kScheduleTextSize];
-    char appPath[kScheduleTextSize];
-    char skedName[kScheduleTextSize];
-    /// True only when the schedule is a one-off whose single firing was armed.
-    bool oneOff = false;
-    /// None, one, or up to seven for a weekly schedule; the last armed first.
-    LList<LGCDSource> sources;
-
     /// LGCDTimerIndex's: the list link the other way, and the places in the tables beside the list.
     LGCDTimer* previous = nullptr;
     LGCDHashLink<LGCDTimer> byTexts{};
     LGCDHashLink<LGCDTimer> byApplication{};
+
+    /// None, one, or up to seven for a weekly schedule; the last armed first.
+    LList<LGCDSource> sources;
+    /// True only when the schedule is a one-off whose single firing was armed.
+    bool oneOff = false;
+    // The texts come last: a timer whose neighbours come and go is touched in its first two lines of cache only.
+    char bundleId[kScheduleTextSize];
+    char appPath[kScheduleTextSize];
+    char skedName[kScheduleTextSize];
 
     /// Copies the texts (cut on a whole character after at most 259 bytes) and arms the sources, counted from the
     /// present moment; `scheduler` is who they fire at. Throws std::bad_alloc with nothing left armed when memory is
