@@ -300,6 +300,7 @@ void LGCDScheduler::EvScheduleStart(dispatch_source_s* source) {
         const std::lock_guard lock(mutex_);
         const LGCDTimer* timer = index_.HolderOf(source);
         if (timer == nullptr) return;
+        if (timer->oneOff) LGCDTimerIndex::PrepareUnlink(*timer);
         CopyText(bundleId, timer->bundleId);
         CopyText(appPath, timer->appPath);
         CopyText(skedName, timer->skedName);

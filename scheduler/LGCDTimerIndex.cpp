@@ -80,3 +80,9 @@ void LGCDTimerIndex::Swap(LGCDTimerIndex& other) noexcept {
     byApplication_.Swap(other.byApplication_);
     bySource_.Swap(other.bySource_);
 }
+
+void LGCDTimerIndex::PrepareUnlink(const LGCDTimer& timer) noexcept {
+    decltype(byTexts_)::PrepareRemoval(timer);
+    decltype(byApplication_)::PrepareRemoval(timer);
+    for (const LGCDSource& armed : timer.sources) decltype(bySource_)::PrepareRemoval(armed);
+}

@@ -23,6 +23,8 @@ class LGCDTimerIndex {
     void Reserve(size_t timers);
     /// Puts the timer at the head of the list. On std::bad_alloc nothing has changed and the timer is destroyed.
     void Link(std::unique_ptr<LGCDTimer> timer);
+    /// Has the memory that Unlink will write to brought near meanwhile; a hint.
+    static void PrepareUnlink(const LGCDTimer& timer) noexcept;
     /// Takes a timer out of the list and hands it over.
     std::unique_ptr<LGCDTimer> Unlink(LGCDTimer* timer) noexcept;
 
