@@ -45,13 +45,13 @@ void CopyText(char (&copy)[kScheduleTextSize], const char (&text)[kScheduleTextS
     std::memcpy(copy, text, std::strlen(text) + 1);
 }
 
-/// What a source's handler holds. The source is known only after it was created, when nothing may fail any more.
+/// A source's handler. The source is known only after it was created, when nothing may fail any more.
 struct Firing {
     std::shared_ptr<PlatformGate> gate;
     LGCDScheduler* scheduler;
     dispatch_source_s* source;
 
-    void Run() const {
+    void operator()() const {
         PlatformGate::Pass pass(*gate);
         if (pass) scheduler->EvScheduleStart(source);
     }
@@ -324,13 +324,11 @@ void LGCDScheduler::RemoveFired(dispatch_source_s* source) {
 }
 
 dispatch_source_s* LGCDScheduler::CreateTimer(long delay, long interval, LGCDScheduler* scheduler) {
-    auto firing = std::make_shared<Firing>(Firing{scheduler->gate_, scheduler, nullptr});
-    dispatch_block_t handler = [firing] { firing->Run(); };
-
+    dispatch_block_t handler = Firing{scheduler->gate_, scheduler, nullptr};
     dispatch_source_s* source = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0,
                                                        dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0));
     if (source == nullptr) return nullptr;
-    firing->source = source;
+    handler.target<Firing>()->source = source;
 
     const dispatch_time_t start = dispatch_time(DISPATCH_TIME_NOW, ToNanoseconds(delay));
     const uint64_t every = interval > 0 ? static_cast<uint64_t>(ToNanoseconds(interval)) : DISPATCH_TIME_FOREVER;
