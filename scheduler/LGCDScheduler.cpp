@@ -183,17 +183,17 @@ void LGCDScheduler::Load(Live live) {
     Loading loading;
     if (live == Live::kept) loading.live = &index_;
     bool deletedAny = false;
-    const std::vector<std::string> keys = LReadScheduleIndex(Store()).value_or(std::vector<std::string>());
+    std::vector<std::string> keys = LReadScheduleIndex(Store()).value_or(std::vector<std::string>());
     loading.index.Reserve(keys.size());
-    for (const std::string& key : keys) {
-        if (loading.keys.Contains(key)) continue;
+    for (std::string& key : keys) {
         if (WasDeletedUnseen(key)) {
             Store().removeObjectForKey(key);
             deletedAny = true;
             continue;
         }
-        loading.keys.Append(key);
-        if (live == Live::replaced || !keys_.Contains(key)) LoadSchedule(key, loading);
+        const std::string* const listed = loading.keys.Append(std::move(key));
+        if (listed == nullptr) continue;
+        if (live == Live::replaced || !keys_.Contains(*listed)) LoadSchedule(*listed, loading);
     }
     if (live == Live::kept) loading.index.TakeOver(index_);  // last, since only the exchange may follow
     index_.Swap(loading.index);

@@ -2,14 +2,16 @@
 
 #include <utility>
 
-void LScheduleKeys::Append(const std::string& key) {
-    const auto place = sorted_.insert(key).first;
+const std::string* LScheduleKeys::Append(std::string key) {
+    const auto [place, isNew] = sorted_.insert(std::move(key));
+    if (!isNew) return nullptr;
     try {
-        array_->addObject(key);
+        array_->addObject(*place);
     } catch (...) {
         sorted_.erase(place);
         throw;
     }
+    return &*place;
 }
 
 void LScheduleKeys::Remove(std::string_view key) noexcept {

@@ -19,8 +19,9 @@ class LScheduleKeys {
     LScheduleKeys& operator=(const LScheduleKeys&) = delete;
 
     [[nodiscard]] bool Contains(std::string_view key) const { return sorted_.find(key) != sorted_.end(); }
-    /// Appends a key that is not a member. On std::bad_alloc nothing has changed.
-    void Append(const std::string& key);
+    /// Appends a key and returns it as it is kept; null, with nothing changed, when it is a member. On std::bad_alloc
+    /// nothing has changed.
+    const std::string* Append(std::string key);
     /// Nothing happens when it is no member.
     void Remove(std::string_view key) noexcept;
     /// Removes and appends. On std::bad_alloc the key is out of the array but still a member: Repair puts it back.
