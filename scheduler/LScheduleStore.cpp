@@ -29,6 +29,12 @@ long ToLong(int64_t value) {
     return static_cast<long>(std::clamp<int64_t>(value, Limits::min(), Limits::max()));
 }
 
+/// By length first, which spares nearly every identity the making of its key.
+bool HaveIndexKey(std::string_view bundleId, std::string_view appPath, std::string_view skedName) {
+    return kScheduleKeyStart.size() + bundleId.size() + appPath.size() + skedName.size() == kScheduleIndexKey.size() &&
+           LScheduleKey(bundleId, appPath, skedName) == kScheduleIndexKey;
+}
+
 }  // namespace
 
 bool LIsScheduleText(const char* text) {
@@ -43,7 +49,7 @@ bool LIsScheduleText(const std::string& text) {
 
 bool LIsScheduleIdentity(const char* bundleId, const char* appPath, const char* skedName) {
     return LIsScheduleText(bundleId) && LIsScheduleText(appPath) && LIsScheduleText(skedName) &&
-           LScheduleKey(bundleId, appPath, skedName) != kScheduleIndexKey;
+           !HaveIndexKey(bundleId, appPath, skedName);
 }
 
 std::string LScheduleKey(std::string_view bundleId, std::string_view appPath, std::string_view skedName) {
