@@ -170,7 +170,10 @@ void StoredArray::mergeOlder(StoredArray& older) {
 }
 
 NSUserDefaults::Array StoredArray::texts() const {
+    size_t count = 0;
+    for (const ArrayMember* member = members_.head; member != nullptr; member = member->nextInStore) ++count;
     NSUserDefaults::Array texts;
+    texts.reserve(count);
     for (const ArrayMember* member = members_.head; member != nullptr; member = member->nextInStore) {
         texts.emplace_back(member->text());
     }

@@ -251,7 +251,7 @@ StoreResult Store::readEntries(Values& found) {
         const std::string_view key = rows.text(0);
         if (slot == nullptr || *slot->key != key) {
             finish();
-            slot = &found.slot(key);
+            slot = &found.newSlot(key);
             slot->kind = Kind::dictionary;
             slot->tables = static_cast<uint8_t>(slot->tables | kEntries);
         }

@@ -1,16 +1,22 @@
 #include "defaults_values.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace defaults {
 
 namespace {
 
+/// Puts `value` at `place`; returns the place behind it.
 template <typename Number>
-void appendRaw(std::string& out, Number value) {
-    char bytes[sizeof(value)];
-    std::memcpy(bytes, &value, sizeof(value));
-    out.append(bytes, sizeof(value));
+char* putRaw(char* place, Number value) {
+    std::memcpy(place, &value, sizeof(value));
+    return place + sizeof(value);
+}
+
+char* putText(char* place, std::string_view text) {
+    place = putRaw(place, static_cast<uint32_t>(text.size()));
+    return std::copy(text.begin(), text.end(), place);
 }
 
 template <typename Number>
@@ -28,10 +34,11 @@ std::string_view takeText(std::string_view& from) {
     return text;
 }
 
-void appendHead(std::string& packed, Kind kind, std::string_view name) {
-    packed.push_back(static_cast<char>(kind));
-    appendRaw(packed, static_cast<uint32_t>(name.size()));
-    packed.append(name);
+/// Appends the head of an entry and room for `valueBytes`; returns where they begin.
+char* appendHead(std::string& packed, Kind kind, std::string_view name, size_t valueBytes) {
+    const size_t begin = packed.size();
+    packed.resize(begin + 1 + sizeof(uint32_t) + name.size() + valueBytes);
+    return putText(putRaw(packed.data() + begin, kind), name);
 }
 
 NSNumber numberOf(Kind kind, int64_t value) {
@@ -45,14 +52,11 @@ Kind kindOf(NSNumber number) {
 }  // namespace
 
 void packEntry(std::string& packed, std::string_view name, std::string_view text) {
-    appendHead(packed, Kind::text, name);
-    appendRaw(packed, static_cast<uint32_t>(text.size()));
-    packed.append(text);
+    putText(appendHead(packed, Kind::text, name, sizeof(uint32_t) + text.size()), text);
 }
 
 void packEntry(std::string& packed, std::string_view name, NSNumber number) {
-    appendHead(packed, kindOf(number), name);
-    appendRaw(packed, number.longLongValue());
+    putRaw(appendHead(packed, kindOf(number), name, sizeof(int64_t)), number.longLongValue());
 }
 
 bool takeEntry(std::string_view& packed, PackedEntry& entry) {
@@ -103,6 +107,10 @@ const Slot* Values::find(std::string_view key) const {
 
 Slot& Values::slot(std::string_view key) {
     if (Slot* known = find(key)) return *known;
+    return newSlot(key);
+}
+
+Slot& Values::newSlot(std::string_view key) {
     const auto [place, isNew] = slots_.try_emplace(std::string(key));
     place->second.key = &place->first;
     return place->second;

@@ -103,6 +103,8 @@ class Values {
     Slot* find(std::string_view key) { return const_cast<Slot*>(std::as_const(*this).find(key)); }
     /// The key's slot, made when needed.
     Slot& slot(std::string_view key);
+    /// The same, for a key that is most likely new.
+    Slot& newSlot(std::string_view key);
 
     [[nodiscard]] NSUserDefaults::Value get(std::string_view key) const;
     [[nodiscard]] std::vector<NSString> keys() const;
