@@ -38,6 +38,11 @@ std::string_view typeOf(NSNumber number) {
     return number.isBool() ? kBooleanType : kIntegerType;
 }
 
+// Of KiB. Reading all of a file meets each page once: a large cache would only be more memory to touch. The second is
+// the library's own default, for what comes afterwards.
+constexpr char kBeginReading[] = "PRAGMA cache_size=-64;BEGIN";
+constexpr char kEndReading[] = "ROLLBACK;PRAGMA cache_size=-2000";
+
 // The file's size; -1 when it is not there.
 int64_t sizeOf(const std::string& path) {
     struct stat status {};
@@ -291,17 +296,17 @@ StoreResult Store::readMembers(Values& found) {
 
 StoreResult Store::read(Values& found) {
     if (schema_ == Schema::empty) return StoreResult::ok;
-    StoreResult result = database_.execute("BEGIN");
+    StoreResult result = database_.execute(kBeginReading);
     if (result != StoreResult::ok) return result;
     try {
         result = readScalars(found);
         if (result == StoreResult::ok) result = readEntries(found);
         if (result == StoreResult::ok) result = readMembers(found);
     } catch (...) {
-        (void)database_.execute("ROLLBACK");
+        (void)database_.execute(kEndReading);
         throw;
     }
-    (void)database_.execute("ROLLBACK");  // nothing was written; this ends the reading
+    (void)database_.execute(kEndReading);  // nothing was written
     return result;
 }
 
