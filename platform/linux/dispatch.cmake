@@ -14,6 +14,7 @@ add_library(platform_core STATIC
     runtime.cpp
     thread.cpp
     timer_heap.cpp
+    timer_memory.cpp
     timer_service.cpp
     timer_set.cpp
     timer_source.cpp

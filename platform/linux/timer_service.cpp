@@ -16,8 +16,6 @@ namespace runtime {
 
 namespace {
 
-TimerService* theService = nullptr;
-
 /// Moves the source's deadline past `now`; returns how many of its occurrences that passes over.
 uint64_t passOver(dispatch_source_s& source, uint64_t now) {
     if (source.interval == kNever) {
@@ -33,12 +31,14 @@ uint64_t passOver(dispatch_source_s& source, uint64_t now) {
 
 }  // namespace
 
+TimerService* TimerService::theService = nullptr;
+
 TimerService::TimerService() : timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
     if (timer_ < 0 || !createdIoLoop().watch(timer_, EPOLLIN, this)) abort();
 }
 
 void createTimers() {
-    theService = new TimerService;
+    TimerService::theService = new TimerService;
 }
 
 TimerService& TimerService::shared() {
@@ -46,27 +46,17 @@ TimerService& TimerService::shared() {
     return *theService;
 }
 
-bool TimerService::admit() noexcept {
-    // In this order: whoever is counted as dismissed here is counted as admitted below.
-    const size_t dismissed = dismissed_.load(std::memory_order_acquire);
-    const size_t count = admitted_.fetch_add(1, std::memory_order_acq_rel) + 1 - dismissed;
-    if (count <= room_.load(std::memory_order_relaxed)) return true;
+FreeSlot* TimerService::takeSlots(size_t most) noexcept {
     const std::lock_guard lock(mutex_);
-    if (!armed_.reserve(count)) {
-        dismissLocked();
-        return false;
-    }
-    room_.store(armed_.room(), std::memory_order_relaxed);
-    return true;
+    FreeSlot* slots = memory_.take(most);
+    if (slots == nullptr || armed_.reserve(memory_.slots())) return slots;
+    memory_.give(slots);
+    return nullptr;
 }
 
-void TimerService::dismiss() noexcept {
+void TimerService::giveSlots(FreeSlot* slots) noexcept {
     const std::lock_guard lock(mutex_);
-    dismissLocked();
-}
-
-void TimerService::dismissLocked() noexcept {
-    dismissed_.store(dismissed_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    memory_.give(slots);
 }
 
 void TimerService::setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept {
@@ -90,11 +80,11 @@ void TimerService::resume(dispatch_source_s* source) noexcept {
 }
 
 void TimerService::cancel(dispatch_source_s* source) noexcept {
+    TimerSet::prefetch(source);         // on its way together with the source itself
     if (source->isCancelled()) return;  // and if not, the source has come from far memory before the lock is held
     const std::lock_guard lock(mutex_);
     if (!source->markCancelled()) return;
     armed_.remove(source);
-    dismissLocked();
 }
 
 void TimerService::armLocked(dispatch_source_s* source) noexcept {

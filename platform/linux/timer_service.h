@@ -15,6 +15,7 @@
 #include <mutex>
 
 #include "platform/linux/runtime.h"
+#include "platform/linux/timer_memory.h"
 #include "platform/linux/timer_set.h"
 
 namespace runtime {
@@ -26,10 +27,12 @@ class TimerService final : public IoWatcher {
   public:
     static TimerService& shared();
 
-    /// Room for one more source; a source that was admitted can always be armed. False when memory is out. The room is
-    /// given back by `cancel`, or by `dismiss` when there is no source after all.
-    [[nodiscard]] bool admit() noexcept;
-    void dismiss() noexcept;
+    /// For whoever has a source, and so has called shared() before.
+    static TimerService& running() { return *theService; }
+
+    /// Up to `most` slots for sources, at least one; every source in such a slot can be armed. Null when memory is out.
+    [[nodiscard]] FreeSlot* takeSlots(size_t most) noexcept;
+    void giveSlots(FreeSlot* slots) noexcept;
 
     void setTimer(dispatch_source_s* source, uint64_t start, uint64_t interval) noexcept;
     void resume(dispatch_source_s* source) noexcept;
@@ -64,17 +67,16 @@ class TimerService final : public IoWatcher {
     static void handOver(const Due (&batch)[kBatch], size_t count) noexcept;
     static bool takeFirst(dispatch_source_s* source, uint64_t now, Due& due) noexcept;
     void armLocked(dispatch_source_s* source) noexcept;
-    void dismissLocked() noexcept;
     void programLocked(uint64_t deadline) noexcept;
 
+    static TimerService* theService;
+
     std::mutex mutex_;
-    TimerSet armed_;
+    SourceMemory memory_;
+    TimerSet armed_{memory_};
     uint64_t programmed_ = DISPATCH_TIME_FOREVER;  // what the timerfd is set to
     uint64_t nextOrder_ = 0;
     const int timer_;
-    std::atomic<size_t> admitted_{0};   // ever; both may pass the end of their range together
-    std::atomic<size_t> dismissed_{0};  // ever; changed under the lock
-    std::atomic<size_t> room_{0};       // sources that the set has room for
     std::atomic<size_t> inFlight_{0};
     std::mutex idleMutex_;
     std::condition_variable idle_;

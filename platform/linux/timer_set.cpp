@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 
 #include "platform/linux/timer_source.h"
 
@@ -10,28 +9,17 @@ namespace runtime {
 
 namespace {
 
-/// Tells a place among the later ones from one in the heap.
-constexpr uint32_t kIsLater = uint32_t{1} << 31;
+/// Beside the slot of a source that is not among the later ones. No deadline is 0.
+constexpr uint64_t kNotLater = 0;
 
 /// Enough for a horizon that is not far off the sixteenth it aims at; any horizon is right.
 constexpr size_t kSamples = 64;
 constexpr size_t kPartBroughtNear = 16;
 
-uint32_t laterPlace(size_t index) {
-    return static_cast<uint32_t>(index) | kIsLater;
-}
+/// Up to so many later ones nearly all are brought near: a heap of so many is shallow.
+constexpr size_t kFew = 1024;
 
 }  // namespace
-
-bool TimerSet::reserve(size_t count) noexcept {
-    if (!near_.reserve(count)) return false;
-    try {
-        later_.reserve(near_.capacity());
-    } catch (const std::exception&) {
-        return false;
-    }
-    return true;
-}
 
 void TimerSet::insert(dispatch_source_s* source) noexcept {
     if (source->deadline < horizon_) {
@@ -41,25 +29,16 @@ void TimerSet::insert(dispatch_source_s* source) noexcept {
         }
         horizon_ = source->deadline;  // nothing is before it
     }
-    source->place = laterPlace(later_.size());
-    later_.push_back({source->deadline, source});
+    SourceBlock::deadlineOf(source) = source->deadline;
+    ++laterCount_;
 }
 
 bool TimerSet::remove(dispatch_source_s* source) noexcept {
-    const uint32_t place = source->place;
-    if (place == TimerHeap::kNowhere) return false;
-    if ((place & kIsLater) == 0) return near_.remove(source);
-    source->place = TimerHeap::kNowhere;
-    removeLater(place & ~kIsLater);
+    uint64_t& later = SourceBlock::deadlineOf(source);
+    if (later == kNotLater) return near_.remove(source);
+    later = kNotLater;
+    --laterCount_;
     return true;
-}
-
-void TimerSet::removeLater(size_t index) noexcept {
-    const Later last = later_.back();
-    later_.pop_back();
-    if (index == later_.size()) return;
-    later_[index] = last;
-    last.source->place = laterPlace(index);
 }
 
 dispatch_source_s* TimerSet::firstDue(uint64_t now) noexcept {
@@ -70,31 +49,47 @@ dispatch_source_s* TimerSet::firstDue(uint64_t now) noexcept {
 
 dispatch_source_s* TimerSet::first() noexcept {
     if (near_.empty()) {
-        if (later_.empty()) return nullptr;
+        if (laterCount_ == 0) return nullptr;
         bringNear();
     }
     return near_.first()->source;
 }
 
+/// Calls `look` with the deadline of each later one, which it may change, and with the source's slot.
+template <typename Look>
+void TimerSet::lookAtLater(Look look) const {
+    for (SourceBlock* block = memory_.blocks(); block != nullptr; block = block->next()) {
+        uint64_t* deadlines = block->deadlines();
+        for (size_t index = 0; index < block->reached(); ++index) {
+            if (deadlines[index] != kNotLater) look(deadlines[index], block->slot(index));
+        }
+    }
+}
+
 /// Behind at least one of the later ones.
 uint64_t TimerSet::chooseHorizon() const noexcept {
     std::array<uint64_t, kSamples> samples{};
-    const size_t count = std::min(kSamples, later_.size());
-    for (size_t i = 0; i < count; ++i) samples[i] = later_[i * later_.size() / count].deadline;
-    const auto chosen = samples.begin() + static_cast<std::ptrdiff_t>(count / kPartBroughtNear);
+    const size_t count = std::min(kSamples, laterCount_);
+    size_t taken = 0, passed = 0;
+    lookAtLater([&](uint64_t deadline, void*) {
+        if (taken < count && passed++ == taken * laterCount_ / count) samples[taken++] = deadline;
+    });
+    const size_t rank = laterCount_ <= kFew ? count - 1 : count / kPartBroughtNear;
+    const auto chosen = samples.begin() + static_cast<std::ptrdiff_t>(rank);
     std::nth_element(samples.begin(), chosen, samples.begin() + static_cast<std::ptrdiff_t>(count));
     return *chosen + 1;  // none is armed for the end of time
 }
 
 void TimerSet::bringNear() noexcept {
     horizon_ = chooseHorizon();
-    // Forwards, because what was armed in order of deadline goes into the heap without moving anything there.
-    for (const Later& each : later_) {
-        if (each.deadline < horizon_) near_.insert({each.deadline, each.source->order, each.source});
-    }
-    for (size_t index = later_.size(); index-- > 0;) {
-        if (later_[index].deadline < horizon_) removeLater(index);
-    }
+    // What was armed in order of deadline mostly goes into the heap without moving anything there.
+    lookAtLater([&](uint64_t& deadline, void* slot) {
+        if (deadline >= horizon_) return;
+        auto* source = static_cast<dispatch_source_s*>(slot);
+        near_.insert({deadline, source->order, source});
+        deadline = kNotLater;
+        --laterCount_;
+    });
 }
 
 }  // namespace runtime

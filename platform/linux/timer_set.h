@@ -1,28 +1,30 @@
 // The armed timer sources, earliest first; equal deadlines in order of arming.
 //
 // In two parts. Sources that are due before the `horizon` lie in a heap; all later ones, nearly all of them as a rule,
-// lie unsorted in a vector, where arming is an append and cancelling moves the last one into the gap: neither grows
-// with their number nor touches other sources than that last one, which is likely to be in a cache. Only when the heap
-// has run empty is a new horizon chosen, such that about a sixteenth of the later ones comes before it and moves over.
-// So each firing pays for looking at about sixteen entries that lie one behind the other, and for the heap.
+// stay where they are, and their deadlines are noted beside their slots: neither arming nor cancelling grows with their
+// number or touches another source. Only when the heap has run empty is a new horizon chosen, such that about a
+// sixteenth of the later ones comes before it and moves over, or nearly all if they are few. So each firing pays for
+// looking at about sixteen deadlines that lie one behind the other, and for the heap. It pays for more where most of
+// the slots that were once used lie idle, but then a choice serves for hundreds of firings.
 //
-// A source's place in either part is kept in the source. Not synchronised.
+// A place in the heap is kept in the source. Not synchronised.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "platform/linux/timer_heap.h"
+#include "platform/linux/timer_memory.h"
 
 namespace runtime {
 
 class TimerSet {
   public:
+    /// Every source of the set lies in `memory`.
+    explicit TimerSet(const SourceMemory& memory) : memory_(memory) {}
+
     /// Makes room for `count` sources in all, so that no later insert needs memory. False when there is none.
-    [[nodiscard]] bool reserve(size_t count) noexcept;
-    /// How many sources there is room for.
-    [[nodiscard]] size_t room() const { return later_.capacity(); }
+    [[nodiscard]] bool reserve(size_t count) noexcept { return near_.reserve(count); }
 
     /// The source must not be in the set; its deadline and order must stay as they are while it is. Allocates nothing
     /// within the reserved room.
@@ -34,27 +36,25 @@ class TimerSet {
     /// The first source, if it is due at `now`, else null.
     [[nodiscard]] dispatch_source_s* firstDue(uint64_t now) noexcept;
 
-    /// Null when the set is empty. May choose a new horizon, which takes time in proportion to the set; firstDue does
-    /// so only if something may be due beyond the old one.
+    /// Null when the set is empty. May choose a new horizon, which takes time in proportion to the slots that were ever
+    /// used; firstDue does so only if something may be due beyond the old one.
     [[nodiscard]] dispatch_source_s* first() noexcept;
 
-  private:
-    struct Later {
-        uint64_t deadline;
-        dispatch_source_s* source;
-    };
+    /// What a source costs here and in its block.
+    static constexpr size_t kBytesPerSource = sizeof(TimerHeap::Slot) + SourceBlock::kBytesPerSource;
 
-  public:
-    /// What a source costs here, beside itself.
-    static constexpr size_t kBytesPerSource = sizeof(TimerHeap::Slot) + sizeof(Later);
+    /// Has the source's note on its way to a cache that `remove` will want it in.
+    static void prefetch(const dispatch_source_s* source) { __builtin_prefetch(&SourceBlock::deadlineOf(source), 1); }
 
   private:
-    void removeLater(size_t index) noexcept;
+    template <typename Look>
+    void lookAtLater(Look look) const;
     [[nodiscard]] uint64_t chooseHorizon() const noexcept;
     void bringNear() noexcept;
 
-    TimerHeap near_;            // all before the horizon
-    std::vector<Later> later_;  // none before the horizon
+    const SourceMemory& memory_;
+    TimerHeap near_;         // all before the horizon
+    size_t laterCount_ = 0;  // sources with a deadline beside their slot; none before the horizon
     uint64_t horizon_ = ~uint64_t{0};
 };
 

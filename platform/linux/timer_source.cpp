@@ -14,7 +14,8 @@ const dispatch_source_type_s _dispatch_source_type_timer{};
 
 using runtime::TimerService;
 
-static_assert(sizeof(dispatch_source_s) + runtime::TimerSet::kBytesPerSource <= 200, "a million armed sources");
+static_assert(sizeof(dispatch_source_s) <= runtime::SourceBlock::kSlotBytes);
+static_assert(runtime::TimerSet::kBytesPerSource <= 200, "a million armed sources");
 
 namespace {
 
@@ -45,6 +46,11 @@ dispatch_source_s::~dispatch_source_s() {
     queue->release();
 }
 
+dispatch_source_s* dispatch_source_s::create(dispatch_queue_t target) noexcept {
+    void* slot = runtime::SpareSlots::take();
+    return slot != nullptr ? new (slot) dispatch_source_s(target) : nullptr;
+}
+
 bool dispatch_source_s::retainIfAlive() noexcept {
     uint32_t count = references.load(std::memory_order_relaxed);
     while (count != 0) {
@@ -57,8 +63,14 @@ void dispatch_source_s::release() noexcept {
     // Out of the set, and with no reference but the caller's: nobody can come by another one, nothing is left to agree.
     const bool alone = isCancelled() && references.load(std::memory_order_acquire) == 1;
     if (!alone && references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-    TimerService::shared().cancel(this);
-    delete this;
+    if (!alone) TimerService::running().cancel(this);
+    destroy();
+}
+
+void dispatch_source_s::destroy() noexcept {
+    void* slot = this;
+    this->~dispatch_source_s();
+    runtime::SpareSlots::give(slot);
 }
 
 /// A running or queued call changes the state without the lock; an idle source leaves that phase under it only.
@@ -85,7 +97,7 @@ bool dispatch_source_s::noteOccurrences(uint64_t count) noexcept {
     const uint32_t old =
         change(state, [&](uint32_t s) { return (mayQueue(s) ? withPhase(s, kQueued) : s) | kWaiting; });
     if (!mayQueue(old)) return false;
-    TimerService::shared().callBegins();
+    TimerService::running().callBegins();
     return true;
 }
 
@@ -120,7 +132,7 @@ void dispatch_source_s::fire(Job* job) {
         }
     }
     source->release();
-    TimerService::shared().callEnded();
+    TimerService::running().callEnded();
 }
 
 // ---- The public face
@@ -129,18 +141,15 @@ dispatch_source_t dispatch_source_create(dispatch_source_type_t type, uintptr_t,
                                          dispatch_queue_t queue) {
     if (type != DISPATCH_SOURCE_TYPE_TIMER) return nullptr;
     if (queue == nullptr) queue = dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0);
-    if (!TimerService::shared().admit()) return nullptr;
-    auto* source = new (std::nothrow) dispatch_source_s(queue);
-    if (source == nullptr) TimerService::shared().dismiss();
-    return source;
+    return dispatch_source_s::create(queue);
 }
 
 void dispatch_source_set_timer(dispatch_source_t source, dispatch_time_t start, uint64_t interval, uint64_t) {
-    TimerService::shared().setTimer(source, start, interval);
+    TimerService::running().setTimer(source, start, interval);
 }
 
 void dispatch_source_set_event_handler(dispatch_source_t source, dispatch_block_t handler) {
-    source->handler = std::move(handler);
+    source->handler.swap(handler);
 }
 
 unsigned long dispatch_source_get_data(dispatch_source_t source) {
@@ -148,11 +157,11 @@ unsigned long dispatch_source_get_data(dispatch_source_t source) {
 }
 
 void dispatch_source_cancel(dispatch_source_t source) {
-    TimerService::shared().cancel(source);
+    TimerService::running().cancel(source);
 }
 
 void dispatch_resume(dispatch_source_t source) {
-    TimerService::shared().resume(source);
+    TimerService::running().resume(source);
 }
 
 void dispatch_retain(dispatch_source_t source) {

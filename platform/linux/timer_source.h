@@ -16,9 +16,11 @@
 #include "platform/linux/runtime.h"
 #include "platform/linux/timer_set.h"
 
-struct dispatch_source_s final : runtime::Job {
+struct alignas(64) dispatch_source_s final : runtime::Job {
     explicit dispatch_source_s(dispatch_queue_t target);
     ~dispatch_source_s();
+    /// In a slot of the timer memory, to which the last release gives it back. Null when memory is out.
+    static dispatch_source_s* create(dispatch_queue_t target) noexcept;
 
     /// False when the last reference is gone already: the source is on its way out of the set.
     [[nodiscard]] bool retainIfAlive() noexcept;
@@ -43,11 +45,13 @@ struct dispatch_source_s final : runtime::Job {
     static constexpr uint32_t kIdle = 0, kQueued = 1, kRunning = 2, kPhase = 3;
     static constexpr uint32_t kCancelled = 4, kWaiting = 8;
 
+    // Up to the handler all that a cancel and the last release touch, with the job in one cache line.
     std::atomic<uint32_t> references{1};
     std::atomic<uint32_t> state{kIdle};
     dispatch_queue_t queue;
-    std::atomic<uint64_t> occurrences{0};
     dispatch_block_t handler;
+
+    std::atomic<uint64_t> occurrences{0};
     unsigned long data = 0;  // occurrences of the running call; touched by that call only
 
     // Under the service's lock, once the source was resumed.
@@ -58,6 +62,7 @@ struct dispatch_source_s final : runtime::Job {
     std::atomic<bool> resumed{false};               // once and for all
 
   private:
+    void destroy() noexcept;
     [[nodiscard]] bool beginCall() noexcept;
     [[nodiscard]] bool endCall() noexcept;
     void callHandler() noexcept;

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 #include <platform_testing.h>
 
+#include <algorithm>
 #include <compare>
 #include <map>
 #include <memory>
 #include <random>
 #include <semaphore>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/runtime.h"
@@ -138,10 +141,11 @@ class Modelled {
 };
 
 TEST(TimerSource, FiresAsAnOrderedMapWould) {
-    for (uint64_t span : {13ULL, 10'000ULL, 604'800'000'000'000ULL}) {
+    constexpr uint64_t week = 604'800'000'000'000;
+    for (auto [span, count] : {std::pair{uint64_t{13}, 1'000}, {10'000, 1'000}, {week, 20'000}}) {
         SCOPED_TRACE(span);
         Modelled sources(span);
-        for (int i = 0; i < 1'000; ++i) sources.add();
+        for (int i = 0; i < count; ++i) sources.add();
         for (int step = 0; step < 6'000 && !testing::Test::HasFatalFailure(); ++step) {
             const uint64_t choice = sources.any(16);
             if (choice < 5) sources.add();
@@ -150,6 +154,30 @@ TEST(TimerSource, FiresAsAnOrderedMapWould) {
             if (choice >= 14) sources.advance();
         }
     }
+}
+
+TEST(TimerMemory, HandsOutNoSlotTwiceAndGivesEmptyBlocksBack) {
+    runtime::SourceMemory memory;
+    std::mt19937_64 random(2026);
+    std::set<runtime::FreeSlot*> held;
+    for (size_t most : {40'000, 1, 20'000, 40'000, 0}) {
+        while (held.size() < most) {
+            for (auto *slot = memory.take(7), *next = slot; slot != nullptr; slot = next) {
+                next = slot->next;
+                ASSERT_TRUE(held.insert(slot).second);
+            }
+        }
+        std::vector<runtime::FreeSlot*> given(held.begin(), held.end());
+        std::shuffle(given.begin(), given.end(), random);
+        given.resize(given.size() - most / 2);
+        for (runtime::FreeSlot* slot : given) {
+            held.erase(slot);
+            slot->next = nullptr;
+            memory.give(slot);
+        }
+    }
+    EXPECT_EQ(memory.slots(), 0U);
+    EXPECT_EQ(memory.blocks(), nullptr);
 }
 
 TEST(TimerSource, CoalescesWhatFallsDueWhileItsHandlerRuns) {
