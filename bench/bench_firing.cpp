@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -152,7 +153,9 @@ void AtOnceOurs(benchmark::State& state) {
         Noting scheduler(count);
         int64_t due = 0;
         {
-            // While the clock stands still all get one deadline; then they follow the real one again.
+            // While the clock stands still all get one deadline; then they follow the real one again. Delays count from
+            // the calendar's seconds, of which none may begin meanwhile.
+            std::this_thread::sleep_until(std::chrono::ceil<std::chrono::seconds>(std::chrono::system_clock::now()));
             const platform_testing::ManualClock still;
             StoreSchedules(count, kApplication, std::time(nullptr) + 2);
             scheduler.LoadFromSettings();
