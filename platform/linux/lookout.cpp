@@ -114,7 +114,10 @@ void Lookout::serve(int timeout) noexcept {
     const std::lock_guard lock(mutex_);
     for (int i = 0; i < count; ++i) {
         const uint64_t data = events[static_cast<size_t>(i)].data.u64;
-        if (data == bellEvent) continue;
+        if (data == bellEvent) {
+            if (timeout == 0 && !isEmpty()) ring();  // meant for who has just come back, and sleeps on without it
+            continue;
+        }
         const Place& place = places_[static_cast<uint32_t>(data)];
         if (place.watcher != nullptr && place.user == data >> 32) place.watcher->glance();
     }

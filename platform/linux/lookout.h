@@ -78,7 +78,8 @@ class Lookout {
 
     // By one thread at a time.
 
-    /// The calling thread is on watch from here on, until it leaves.
+    /// The calling thread is on watch from here on, until it leaves: both under the lock of whoever rings for it, since
+    /// a ring while nobody is there is lost.
     void take() noexcept;
     void leave() noexcept;
     /// On watch: sleeps until something is ready or somebody rings, and calls the watchers. May return for no reason.

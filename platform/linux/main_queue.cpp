@@ -50,13 +50,13 @@ Job* MainQueue::takeOrSleep() noexcept {
             }
             asleep_ = true;
             if (!onWatch) lookout_ = Lookout::ofMainQueueIfMade();
+            if (lookout_ != nullptr && !std::exchange(onWatch, true)) lookout_->take();
         }
-        if (lookout_ == nullptr) {
+        if (onWatch) {
+            lookout_->wait();
+        } else {
             bed_.wait();
-            continue;
         }
-        if (!std::exchange(onWatch, true)) lookout_->take();
-        lookout_->wait();
     }
 }
 

@@ -200,6 +200,7 @@ Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
         watch = onWatch_ == nullptr && lookout_ != nullptr && lookout_->isUseful();
         self.handed = nullptr;
         if (watch) {
+            lookout_->take();
             onWatch_ = &self;
         } else {
             self.nextIdle = std::exchange(idle_, &self);
@@ -212,7 +213,6 @@ Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
 
 /// Until there is a job: one that the watcher posted itself, or another's.
 Job* WorkerPool::keepWatch(Worker& self) noexcept {
-    lookout_->take();
     for (;;) {
         lookout_->wait();
         const std::lock_guard lock(mutex_);
