@@ -114,10 +114,7 @@ void Lookout::serve(int timeout) noexcept {
     const std::lock_guard lock(mutex_);
     for (int i = 0; i < count; ++i) {
         const uint64_t data = events[static_cast<size_t>(i)].data.u64;
-        if (data == bellEvent) {
-            if (timeout == 0 && !isEmpty()) ring();  // meant for who has just come back, and sleeps on without it
-            continue;
-        }
+        if (data == bellEvent) continue;
         const Place& place = places_[static_cast<uint32_t>(data)];
         if (place.watcher != nullptr && place.user == data >> 32) place.watcher->glance();
     }
@@ -136,10 +133,9 @@ void Lookout::ring() noexcept {
 }
 
 void Lookout::take() noexcept {
-    moves_.fetch_add(1);
-    if (!relieved_.load()) return;
     const std::lock_guard lock(reliefMutex_);
-    if (relieved_.exchange(false)) loop_.ignore(epoll_.get());
+    moves_.fetch_add(1);
+    if (std::exchange(relieved_, false)) loop_.ignore(epoll_.get());
 }
 
 void Lookout::leave() noexcept {
@@ -158,17 +154,20 @@ void Lookout::alarmed() noexcept {
     alarmSet_.store(false);
     if (!isEmpty()) return;
     if (moves_.load() == movesAtAlarm_.load()) relieve();
-    if (isEmpty() && !relieved_.load()) setAlarm();
+    const std::lock_guard lock(reliefMutex_);
+    if (isEmpty() && !relieved_) setAlarm();
 }
 
 void Lookout::relieve() noexcept {
-    if (!isEmpty() || relieved_.load()) return;
+    if (!isEmpty()) return;
     const std::lock_guard lock(reliefMutex_);
-    if (relieved_.load() || !loop_.watch(epoll_.get(), EPOLLIN, &relief_)) return;
-    relieved_.store(true);
-    if (isEmpty()) return;
-    relieved_.store(false);
-    loop_.ignore(epoll_.get());
+    if (isEmpty() && !relieved_) relieved_ = loop_.watch(epoll_.get(), EPOLLIN, &relief_);
+}
+
+/// Only while nobody is on watch: a ring is heard once, and it is for whoever is.
+void Lookout::serveInRelief() noexcept {
+    const std::lock_guard lock(reliefMutex_);
+    if (relieved_) serve(0);
 }
 
 void expectToBlock() noexcept {

@@ -78,8 +78,7 @@ class Lookout {
 
     // By one thread at a time.
 
-    /// The calling thread is on watch from here on, until it leaves: both under the lock of whoever rings for it, since
-    /// a ring while nobody is there is lost.
+    /// The calling thread is on watch from here on, until it leaves.
     void take() noexcept;
     void leave() noexcept;
     /// On watch: sleeps until something is ready or somebody rings, and calls the watchers. May return for no reason.
@@ -88,7 +87,8 @@ class Lookout {
 
     // From any thread.
 
-    /// Ends a wait, the present one or the next.
+    /// Ends a wait of whoever is on watch, the present one or the next. The ring before somebody came may be lost: look
+    /// for work after `take`.
     void ring() noexcept;
     /// The io thread takes over now, unless somebody is on watch.
     void relieve() noexcept;
@@ -106,7 +106,7 @@ class Lookout {
 
     struct Relief final : IoWatcher {
         explicit Relief(Lookout* served) : lookout(served) {}
-        void ready(uint32_t) noexcept override { lookout->serve(0); }
+        void ready(uint32_t) noexcept override { lookout->serveInRelief(); }
         Lookout* const lookout;
     };
     struct Alarm final : IoWatcher {
@@ -119,6 +119,7 @@ class Lookout {
     static Lookout* make(std::atomic<Lookout*>& made) noexcept;
     [[nodiscard]] bool open() noexcept;
     void serve(int timeout) noexcept;
+    void serveInRelief() noexcept;
     void setAlarm() noexcept;
     void alarmed() noexcept;
     [[nodiscard]] bool isEmpty() const { return moves_.load() % 2 != 0; }
@@ -132,13 +133,13 @@ class Lookout {
     std::vector<Place> places_;
     uint32_t firstFree_ = none;
 
-    // Sequentially consistent: of an alarm, or a relief, and a thread that comes or goes, one sees the other.
+    // Sequentially consistent: of an alarm and a thread that goes, one sees the other.
     std::atomic<uint64_t> moves_{1};  // how often anybody came or went; odd while nobody is there
     std::atomic<uint64_t> movesAtAlarm_{0};
     std::atomic<bool> alarmSet_{false};
-    std::atomic<bool> relieved_{false};
     std::atomic<bool> useful_{false};
-    std::mutex reliefMutex_;  // for changing it
+    std::mutex reliefMutex_;  // nobody comes meanwhile
+    bool relieved_ = false;   // guarded by it
     Relief relief_;
     Alarm alarm_;
 };

@@ -50,12 +50,13 @@ Job* MainQueue::takeOrSleep() noexcept {
             }
             asleep_ = true;
             if (!onWatch) lookout_ = Lookout::ofMainQueueIfMade();
-            if (lookout_ != nullptr && !std::exchange(onWatch, true)) lookout_->take();
         }
-        if (onWatch) {
-            lookout_->wait();
-        } else {
+        if (lookout_ == nullptr) {
             bed_.wait();
+        } else if (!std::exchange(onWatch, true)) {
+            lookout_->take();  // and looks again: who rang before may have been heard by the io thread
+        } else {
+            lookout_->wait();
         }
     }
 }

@@ -1,28 +1,32 @@
 #include "platform/linux/timer_memory.h"
 
-#include <sanitizer/asan_interface.h>
-#include <sanitizer/lsan_interface.h>
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <new>
+#include <optional>
 
 #include "platform/linux/timer_service.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#define PLATFORM_ADDRESS_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define PLATFORM_ADDRESS_SANITIZER
+#endif
+#endif
+#ifdef PLATFORM_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace runtime {
 
 namespace {
 
-/// Slots that go between a thread and all others at once: enough that the lock counts little, few enough that threads
-/// hold on to few blocks. A thread keeps up to two handfuls.
+/// Slots that go between a thread and all others at once: enough that the lock counts little. A thread keeps up to
+/// two handfuls, each slot perhaps of another block, which stays mapped for it.
 constexpr size_t kHandful = 8;
-
-void poison(FreeSlot* slot) {
-    ASAN_POISON_MEMORY_REGION(slot + 1, SourceBlock::kSlotBytes - sizeof(FreeSlot));
-}
-
-void unpoison(void* slot) {
-    ASAN_UNPOISON_MEMORY_REGION(slot, SourceBlock::kSlotBytes);
-}
 
 /// Zeroed, and aligned to its size; null when memory is out.
 void* mapBlock() {
@@ -36,20 +40,30 @@ void* mapBlock() {
     return begin + before;
 }
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr bool kAddressSanitizer = true;
+// The address sanitizer is told which slots are free, and the leak checker to look into blocks: what handlers own lies
+// in the common heap.
+#ifdef PLATFORM_ADDRESS_SANITIZER
+void poison(FreeSlot* slot) {
+    ASAN_POISON_MEMORY_REGION(slot + 1, SourceBlock::kSlotBytes - sizeof(FreeSlot));
+}
+void unpoison(void* slot) {
+    ASAN_UNPOISON_MEMORY_REGION(slot, SourceBlock::kSlotBytes);
+}
+void blockMapped(void* block) {
+    __lsan_register_root_region(block, SourceBlock::kBytes);
+}
+void blockUnmaps(void* block) {
+    __lsan_unregister_root_region(block, SourceBlock::kBytes);
+    ASAN_UNPOISON_MEMORY_REGION(block, SourceBlock::kBytes);
+}
 #else
-constexpr bool kAddressSanitizer = __has_feature(address_sanitizer);  // by the sanitizer's header if not the compiler
+void poison(FreeSlot*) {}
+void unpoison(void*) {}
+void blockMapped(void*) {}
+void blockUnmaps(void*) {}
 #endif
 
-/// What handlers own lies in the common heap: the leak checker has to look for it here.
-void watchForLeaks(void* block) {
-    if constexpr (kAddressSanitizer) __lsan_register_root_region(block, SourceBlock::kBytes);
-}
-
-void unwatchForLeaks(void* block) {
-    if constexpr (kAddressSanitizer) __lsan_unregister_root_region(block, SourceBlock::kBytes);
-}
+static_assert(sizeof(SourceBlock) <= SourceBlock::kHeadBytes);
 
 }  // namespace
 
@@ -101,7 +115,7 @@ bool SourceMemory::addBlock() noexcept {
     if (memory == nullptr) return false;
     // A wish; the system may refuse it.
     madvise(memory, SourceBlock::kBytes, blocks_ == nullptr ? MADV_NOHUGEPAGE : MADV_HUGEPAGE);
-    watchForLeaks(memory);
+    blockMapped(memory);
     auto* block = new (memory) SourceBlock;
     block->next_ = blocks_;
     blocks_ = withRoom_ = block;
@@ -116,8 +130,7 @@ void SourceMemory::dropBlock(SourceBlock* block) noexcept {
     for (link = &withRoom_; *link != block;) link = &(*link)->nextWithRoom_;
     *link = block->nextWithRoom_;
     slots_ -= SourceBlock::kSlots;
-    unwatchForLeaks(block);
-    ASAN_UNPOISON_MEMORY_REGION(block, SourceBlock::kBytes);
+    blockUnmaps(block);
     munmap(block, SourceBlock::kBytes);
 }
 
@@ -126,21 +139,33 @@ void SourceMemory::dropBlock(SourceBlock* block) noexcept {
 namespace {
 
 struct Spare {
-    Spare() = default;
-    ~Spare();
-    Spare(const Spare&) = delete;
-    Spare& operator=(const Spare&) = delete;
+    enum class State { fresh, kept, none };
 
     FreeSlot* first = nullptr;
     size_t count = 0;
+    State state = State::fresh;  // none: nothing is kept, for want of a way to give it back, or at the thread's end
 };
 
-thread_local constinit bool threadEnds = false;  // its slots have gone back, and no more are kept
+// Without a destructor, which would have to be registered with memory that a firing must not need.
 thread_local constinit Spare spare;
 
-Spare::~Spare() {
-    threadEnds = true;
-    if (first != nullptr) TimerService::shared().giveSlots(first);
+void giveBack(void* slots) {
+    auto& ending = *static_cast<Spare*>(slots);
+    ending.state = Spare::State::none;
+    if (ending.first != nullptr) TimerService::running().giveSlots(ending.first);
+}
+
+/// Whether the thread may keep slots. The first keys of a process cost a thread no memory.
+bool keepsSlots(Spare& slots) {
+    static const auto key = [] {
+        pthread_key_t made{};
+        return pthread_key_create(&made, giveBack) == 0 ? std::optional(made) : std::nullopt;
+    }();
+    if (slots.state == Spare::State::fresh) {
+        const bool kept = key && pthread_setspecific(*key, &slots) == 0;
+        slots.state = kept ? Spare::State::kept : Spare::State::none;
+    }
+    return slots.state == Spare::State::kept;
 }
 
 /// The `count` slots at the front, without those behind them.
@@ -163,7 +188,7 @@ void refill(Spare& slots) {
 
 void* SpareSlots::take() noexcept {
     FreeSlot* slot = nullptr;
-    if (threadEnds) {
+    if (!keepsSlots(spare)) {
         slot = TimerService::shared().takeSlots(1);
     } else {
         if (spare.first == nullptr) refill(spare);
@@ -176,10 +201,10 @@ void* SpareSlots::take() noexcept {
 void SpareSlots::give(void* slot) noexcept {
     auto* free = new (slot) FreeSlot{nullptr};
     poison(free);
-    if (threadEnds) return TimerService::shared().giveSlots(free);
+    if (!keepsSlots(spare)) return TimerService::running().giveSlots(free);
     free->next = spare.first;
     spare.first = free;
-    if (++spare.count > 2 * kHandful) TimerService::shared().giveSlots(takeFront(spare, kHandful));
+    if (++spare.count > 2 * kHandful) TimerService::running().giveSlots(takeFront(spare, kHandful));
 }
 
 }  // namespace runtime

@@ -27,6 +27,7 @@ class SourceBlock {
   public:
     static constexpr size_t kBytes = size_t{2} << 20;  // a large page of most 64-bit processors
     static constexpr size_t kSlotBytes = 128;          // two cache lines, which are often fetched together
+    static constexpr size_t kHeadBytes = 64;
     static constexpr size_t kBytesPerSource = kSlotBytes + sizeof(uint64_t);
 
     static SourceBlock& of(const void* slot) {
@@ -46,7 +47,6 @@ class SourceBlock {
 
   private:
     friend class SourceMemory;
-    static constexpr size_t kHeadBytes = 64;
     static constexpr size_t kSlots = (kBytes - kHeadBytes) / kBytesPerSource;
     static constexpr size_t kFirstSlot = kBytes - kSlots * kSlotBytes;
 

@@ -4,8 +4,8 @@
 // stay where they are, and their deadlines are noted beside their slots: neither arming nor cancelling grows with their
 // number or touches another source. Only when the heap has run empty is a new horizon chosen, such that about a
 // sixteenth of the later ones comes before it and moves over, or nearly all if they are few. So each firing pays for
-// looking at about sixteen deadlines that lie one behind the other, and for the heap. It pays for more where most of
-// the slots that were once used lie idle, but then a choice serves for hundreds of firings.
+// looking at about sixteen deadlines that lie one behind the other, and for the heap. Where most of
+// the slots that were once used lie idle, it pays for up to a block of them for each source that is left.
 //
 // A place in the heap is kept in the source. Not synchronised.
 #pragma once

@@ -15,6 +15,7 @@ const dispatch_source_type_s _dispatch_source_type_timer{};
 using runtime::TimerService;
 
 static_assert(sizeof(dispatch_source_s) <= runtime::SourceBlock::kSlotBytes);
+static_assert(runtime::SourceBlock::kSlotBytes % alignof(dispatch_source_s) == 0);
 static_assert(runtime::TimerSet::kBytesPerSource <= 200, "a million armed sources");
 
 namespace {

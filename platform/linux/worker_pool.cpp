@@ -200,7 +200,6 @@ Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
         watch = onWatch_ == nullptr && lookout_ != nullptr && lookout_->isUseful();
         self.handed = nullptr;
         if (watch) {
-            lookout_->take();
             onWatch_ = &self;
         } else {
             self.nextIdle = std::exchange(idle_, &self);
@@ -213,13 +212,17 @@ Job* WorkerPool::takeOrSleep(Worker& self) noexcept {
 
 /// Until there is a job: one that the watcher posted itself, or another's.
 Job* WorkerPool::keepWatch(Worker& self) noexcept {
+    lookout_->take();
     for (;;) {
+        {
+            const std::lock_guard lock(mutex_);
+            if (handToWatch() || self.handed != nullptr) {
+                lookout_->leave();
+                onWatch_ = nullptr;
+                return self.handed;
+            }
+        }
         lookout_->wait();
-        const std::lock_guard lock(mutex_);
-        if (!handToWatch() && self.handed == nullptr) continue;
-        lookout_->leave();
-        onWatch_ = nullptr;
-        return self.handed;
     }
 }
 

@@ -3,7 +3,8 @@
 // Three kinds of thread meet in a connection, each with its part:
 //   - callers change what is asked for (suspended, cancelled, handler), and then poke the io thread;
 //   - the io thread alone opens, watches and closes descriptors: `evaluate` compares what is asked for with what is;
-//     what comes in is read by it or by a thread that waits at a lookout (xpc_stream.h);
+//     what comes in is read by it or by a thread that waits at a lookout, which may leave a socket to it
+//     (xpc_stream.h);
 //   - the queue runs the handlers, one at a time; a job in it holds a reference on the connection.
 //
 // References: from its first resume until its last event a connection holds one on itself, so an accepted peer that
