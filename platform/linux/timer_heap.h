@@ -24,7 +24,6 @@ class TimerHeap {
 
     /// Makes room for `count` sources in all, so that no later insert needs memory. False when there is none.
     [[nodiscard]] bool reserve(size_t count) noexcept;
-    [[nodiscard]] size_t capacity() const { return slots_.capacity(); }
     [[nodiscard]] bool empty() const { return slots_.empty(); }
 
     /// The source must not be in the heap. Allocates nothing within the reserved room.

@@ -4,8 +4,8 @@
 // is then too many finds nothing due and sets it anew. So arming costs a system call only when the new deadline is the
 // earliest, cancelling never does, and without sources nothing ever wakes up.
 //
-// The lock is taken once to arm a source and once to cancel it. A source that was never resumed is known to whoever
-// made it alone, and setting its timer takes no lock.
+// The lock is taken once to arm a source and once to cancel it, and for every eighth slot that a thread needs or has
+// too many. A source that was never resumed is known to whoever made it alone, and setting its timer takes no lock.
 #pragma once
 
 #include <atomic>
